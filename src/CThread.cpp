@@ -1,0 +1,167 @@
+#include "CThread.h"
+
+#include <cerrno>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include "Assert.h"
+#include "Logger.h"
+
+namespace {
+constexpr const char* kSource = "src/CThread";
+constexpr const char* kUnnamed = "--";
+constexpr int kHighestKnownPolicy = SCHED_RR;
+
+unsigned long current_kernel_tid() { return static_cast<unsigned long>(syscall(SYS_gettid)); }
+}  // namespace
+
+namespace utils {
+
+CThread::CThread() : CThread(kUnnamed) {}
+
+CThread::CThread(const std::string& name)
+    : m_run(false),
+      m_arg(nullptr),
+      m_executing(false),
+      m_event(false, false),
+      m_attr(),
+      m_thread_id(0),
+      m_tid(0),
+      m_name(name),
+      m_policy(SCHED_OTHER),
+      m_priority(0),
+      m_alive(false),
+      m_apply_schedule(false) {}
+
+CThread::~CThread() {
+    if (m_alive.load()) {
+        KLOG_ERROR("~CThread(): Thread %s( %lu ) Still active. killing it.", m_name.c_str(), m_tid.load());
+        pthread_cancel(m_thread_id.load());
+    }
+}
+
+void CThread::run(void*) { suspend(kInfinite); }
+
+int CThread::start(void* arg, int policy, int priority) {
+    m_policy = policy;
+    m_priority = priority;
+    m_run = true;
+    KORVEL_ASSERT(kSource, m_thread_id == 0);
+
+    m_arg = arg;
+    int status = pthread_attr_init(&m_attr);
+    KORVEL_ASSERT(kSource, 0 == status);
+    status = pthread_attr_setdetachstate(&m_attr, PTHREAD_CREATE_DETACHED);
+    KORVEL_ASSERT(kSource, 0 == status);
+
+    // A priority the policy does not allow is not an error: the thread keeps what it inherits.
+    m_apply_schedule = policy >= 0 && policy <= kHighestKnownPolicy &&
+                       priority >= sched_get_priority_min(policy) && priority <= sched_get_priority_max(policy);
+
+    m_event.reset();
+    m_alive = true;
+    pthread_t id = 0;
+    status = pthread_create(&id, &m_attr, entry_point, this);
+    // The attributes are only read by pthread_create; releasing them here means no later path
+    // (normal end, stop, destruction) has to.
+    pthread_attr_destroy(&m_attr);
+    if (status != 0) m_alive = false;
+    m_thread_id = id;
+    KORVEL_ASSERT(kSource, m_thread_id);
+    KORVEL_ASSERT(kSource, status>=0);
+
+    set_name(m_name);
+    m_event.set();  // releases the new thread from its start handshake
+    return status;
+}
+
+void* CThread::entry_point(void* pt) {
+    KORVEL_ASSERT(kSource, pt);
+    static_cast<CThread*>(pt)->body();
+    return nullptr;
+}
+
+void CThread::body() {
+    m_tid = current_kernel_tid();
+    if (m_apply_schedule) {
+        sched_param param{};
+        param.sched_priority = m_priority;
+        pthread_setschedparam(pthread_self(), m_policy, &param);
+    }
+    m_event.wait(kInfinite);
+    KLOG_NOTICE("Thread '%s' ( %lu ) started", m_name.c_str(), m_tid.load());
+
+    thread_init();
+    m_executing = true;
+    run(m_arg);
+    m_executing = false;
+
+    // The owner may destroy this object as soon as it sees the end signal, so everything the end
+    // line needs is copied first and the signal is the last access to the object.
+    const std::string name = m_name;
+    const unsigned long tid = m_tid;
+    m_thread_id = 0;
+    m_run = false;
+    m_alive = false;
+    m_event.set();
+    KLOG_NOTICE("Thread %s ( %lu ) exit normally", name.c_str(), tid);
+}
+
+int CThread::suspend(uint64_t timeout_ms) const {
+    if (!m_run) return 0;
+    KORVEL_ASSERT(kSource, pthread_equal(m_thread_id,pthread_self()) != 0);
+    return m_event.wait(timeout_ms);
+}
+
+int CThread::suspend(const timespec& deadline) const {
+    if (!m_run) return 0;
+    KORVEL_ASSERT(kSource, pthread_equal(m_thread_id,pthread_self()) != 0);
+    return m_event.wait(deadline);
+}
+
+void CThread::resume() { m_event.set(); }
+
+void CThread::stop(uint32_t timeout_ms) {
+    m_run = false;
+    const pthread_t id = m_thread_id.load();
+    if (!m_alive.load() || (id != 0 && pthread_equal(id, pthread_self()))) return;
+
+    // set() rather than a bare pulse: a thread that is between its m_run test and its wait would
+    // miss a pulse and sleep out its whole time-out; a pending state makes that wait return at once.
+    m_event.set();
+    sched_yield();
+
+    const timespec deadline = deadline_after_ms(timeout_ms);
+    while (m_alive.load()) {
+        if (m_event.wait(deadline) == event::kTimedOut) break;
+    }
+
+    if (m_alive.load()) {
+        pthread_cancel(id);
+        m_thread_id = 0;
+        m_executing = false;
+        m_alive = false;
+        KLOG_ERROR("Thread %s( %lu ) killed", m_name.c_str(), m_tid.load());
+        m_tid = 0;
+    }
+    m_event.reset();
+}
+
+void CThread::set_name(const std::string& name) {
+    m_name = name;
+    const pthread_t id = m_thread_id.load();
+    if (name.empty() || !m_run || id == 0) return;
+    pthread_setname_np(id, name.substr(0, kKernelNameChars).c_str());
+}
+
+bool CThread::set_priority(int policy, int priority) {
+    sched_param param{};
+    param.sched_priority = priority;
+    if (pthread_setschedparam(m_thread_id.load(), policy, &param) != 0) return false;
+    m_policy = policy;
+    m_priority = priority;
+    return true;
+}
+
+}  // namespace utils

@@ -1,0 +1,229 @@
+#include "utils.h"
+
+#include <arpa/inet.h>
+#include <cctype>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <memory>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <sstream>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Assert.h"
+#include "Logger.h"
+
+namespace {
+constexpr const char* kSource = "src/utils";
+constexpr size_t kMd5BlockBytes = 1024;
+constexpr size_t kMacBytes = 6;
+constexpr size_t kTimeStringChars = 80;
+constexpr const char kHexDigits[] = "0123456789abcdef";
+
+struct EvpContextDeleter {
+    void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
+};
+using EvpContext = std::unique_ptr<EVP_MD_CTX, EvpContextDeleter>;
+
+// Closes a descriptor on every return path.
+class ScopedFd {
+public:
+    explicit ScopedFd(int fd) : m_fd(fd) {}
+    ~ScopedFd() {
+        if (m_fd >= 0) ::close(m_fd);
+    }
+    ScopedFd(const ScopedFd&) = delete;
+    ScopedFd& operator=(const ScopedFd&) = delete;
+    int get() const { return m_fd; }
+    int release() {
+        const int fd = m_fd;
+        m_fd = -1;
+        return fd;
+    }
+
+private:
+    int m_fd;
+};
+
+bool is_leading_blank(char c) { return c == ' ' || c == '\t'; }
+bool is_trailing_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
+
+// One SIOCGIF* request on a datagram socket; false when the socket or the request fails.
+bool interface_request(const std::string& interface, unsigned long request, ifreq& reply) {
+    ScopedFd sock(::socket(AF_INET, SOCK_DGRAM, 0));
+    if (sock.get() < 0) return false;
+    std::memset(&reply, 0, sizeof reply);
+    std::strncpy(reply.ifr_name, interface.c_str(), IFNAMSIZ - 1);
+    const bool ok = ::ioctl(sock.get(), request, &reply) == 0;
+    if (::close(sock.release()) != 0) KLOG_ERROR("Can not close socket used to get mac address");
+    return ok;
+}
+}  // namespace
+
+namespace utils {
+
+[[noreturn]] void assert_fail(const char* condition, const char* source, int line, const char* function) {
+    std::fprintf(stderr, "%s:%d: %s: Assertion '%s' failed.\n", source, line, function, condition);
+    std::fflush(stderr);
+    KLOG_CRITICAL("%s:%d: %s: Assertion '%s' failed.", source, line, function, condition);
+    std::abort();
+}
+
+void convert_array_to_hex_string(const unsigned char* array, int length, std::string& out) {
+    KORVEL_ASSERT(kSource, array);
+    out.clear();
+    if (length <= 0) return;
+    out.reserve(static_cast<size_t>(length) * 2);
+    for (int i = 0; i < length; ++i) {
+        out.push_back(kHexDigits[array[i] >> 4]);
+        out.push_back(kHexDigits[array[i] & 0x0F]);
+    }
+}
+
+int md5_file(const std::string& path, unsigned char digest[kMd5DigestBytes]) {
+    ScopedFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0) return -errno;
+    EvpContext context(EVP_MD_CTX_new());
+    if (!context || EVP_DigestInit_ex(context.get(), EVP_md5(), nullptr) != 1) return -ENOMEM;
+    unsigned char block[kMd5BlockBytes];
+    for (;;) {
+        const ssize_t got = ::read(fd.get(), block, sizeof block);
+        if (got <= 0) break;
+        EVP_DigestUpdate(context.get(), block, static_cast<size_t>(got));
+    }
+    unsigned int size = 0;
+    EVP_DigestFinal_ex(context.get(), digest, &size);
+    return 0;
+}
+
+int md5_buffer(const void* data, int length, unsigned char digest[kMd5DigestBytes]) {
+    if (data == nullptr || length < 0) return -EINVAL;
+    unsigned int size = 0;
+    if (EVP_Digest(data, static_cast<size_t>(length), digest, &size, EVP_md5(), nullptr) != 1) return -ENOMEM;
+    return 0;
+}
+
+void trim(std::string& text) {
+    size_t first = 0;
+    while (first < text.size() && is_leading_blank(text[first])) ++first;
+    size_t end = text.size();
+    while (end > first && is_trailing_blank(text[end - 1])) --end;
+    text = text.substr(first, end - first);
+}
+
+char* trim_buffer(char* text, int& length) {
+    int first = 0;
+    while (first < length && is_leading_blank(text[first])) ++first;
+    int end = length;
+    while (end > first && is_trailing_blank(text[end - 1])) --end;
+    length = end - first;
+    return text + first;
+}
+
+std::string to_upper(const std::string& text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::string to_lower(const std::string& text) {
+    std::string out(text);
+    for (char& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+bool get_mac_address(const std::string& interface, unsigned char mac[6]) {
+    ifreq reply;
+    if (!interface_request(interface, SIOCGIFHWADDR, reply)) {
+        KLOG_ERROR("Can not get mac address for \"%s\"", interface.c_str());
+        return false;
+    }
+    for (size_t i = 0; i < kMacBytes; ++i)
+        mac[i] = static_cast<unsigned char>(reply.ifr_hwaddr.sa_data[kMacBytes - 1 - i]);
+    return true;
+}
+
+bool get_mac_address_string(const std::string& interface, std::string& out, char separator) {
+    unsigned char mac[kMacBytes];
+    if (!get_mac_address(interface, mac)) return false;
+    char text[3 * kMacBytes];
+    if (separator == 0) {
+        unsigned long long value = 0;
+        for (size_t i = 0; i < kMacBytes; ++i) value |= static_cast<unsigned long long>(mac[i]) << (8 * i);
+        std::snprintf(text, sizeof text, "%012llX", value);
+    } else {
+        std::snprintf(text, sizeof text, "%02hhX%c%02hhX%c%02hhX%c%02hhX%c%02hhX%c%02hhX", mac[5], separator, mac[4],
+                      separator, mac[3], separator, mac[2], separator, mac[1], separator, mac[0]);
+    }
+    out = text;
+    return true;
+}
+
+bool get_ip_address(const std::string& interface, uint32_t& address) {
+    ifreq reply;
+    if (!interface_request(interface, SIOCGIFADDR, reply)) {
+        KLOG_ERROR("Can not get ip address for \"%s\"", interface.c_str());
+        return false;
+    }
+    sockaddr_in in;
+    std::memcpy(&in, &reply.ifr_addr, sizeof in);
+    address = in.sin_addr.s_addr;
+    return true;
+}
+
+bool get_ip_address_string(const std::string& interface, std::string& out) {
+    uint32_t address = 0;
+    if (!get_ip_address(interface, address)) return false;
+    char text[INET_ADDRSTRLEN];
+    in_addr in;
+    in.s_addr = address;
+    if (inet_ntop(AF_INET, &in, text, sizeof text) == nullptr) return false;
+    out = text;
+    return true;
+}
+
+void get_time_string(int format, std::string& out) {
+    static const char* const kFormats[] = {"%T", "%d.%m.%G", "%z (%Z)"};
+    out.clear();
+    if (format < 0 || format >= static_cast<int>(sizeof kFormats / sizeof kFormats[0])) return;
+    const time_t now = time(nullptr);
+    tm local;
+    localtime_r(&now, &local);
+    char text[kTimeStringChars + 1];
+    const size_t length = strftime(text, sizeof text, kFormats[format], &local);
+    out.assign(text, length);
+}
+
+int compare_files(const std::string& a, const std::string& b) {
+    if (a == b) return 1;
+    struct stat sa, sb;
+    if (::stat(a.c_str(), &sa) != 0 || ::stat(b.c_str(), &sb) != 0) return -errno;
+    if (sa.st_size != sb.st_size) return -1;
+    if (sa.st_size == 0) return 0;
+    unsigned char da[kMd5DigestBytes], db[kMd5DigestBytes];
+    if (const int err = md5_file(a, da); err < 0) return err;
+    if (const int err = md5_file(b, db); err < 0) return err;
+    return std::memcmp(da, db, kMd5DigestBytes);
+}
+
+int string_to_int(const std::string& text) {
+    std::istringstream stream(text);
+    int value = 0;
+    stream >> value;
+    return value;
+}
+
+std::string to_string(unsigned long value) {
+    std::ostringstream stream;
+    stream << value;
+    return stream.str();
+}
+
+}  // namespace utils

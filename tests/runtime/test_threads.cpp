@@ -1,0 +1,238 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+#include <unistd.h>
+
+#include "CThread.h"
+#include "LogCapture.h"
+#include "event.h"
+#include "mutex.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using std::chrono::milliseconds;
+
+long elapsed_ms(Clock::time_point since) {
+    return static_cast<long>(std::chrono::duration_cast<milliseconds>(Clock::now() - since).count());
+}
+
+// Generous bound for "returns at once" on a loaded 2-core machine running sanitizers.
+constexpr long kPromptMs = 150;
+
+TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
+    utils::mutex m;
+    ASSERT_TRUE(m.lock());
+    ASSERT_TRUE(m.lock());
+    bool other_got_it = true;
+    std::thread([&] { other_got_it = m.trylock(); }).join();
+    EXPECT_FALSE(other_got_it);
+    EXPECT_EQ(m.unlock(), 0);
+    EXPECT_EQ(m.unlock(), 0);
+    std::thread([&] {
+        other_got_it = m.trylock();
+        if (other_got_it) m.unlock();
+    }).join();
+    EXPECT_TRUE(other_got_it);
+}
+
+TEST(Event, WaitZeroTimesOutAtOnceAndLeavesTheLockFree) {
+    utils::event ev;
+    const auto start = Clock::now();
+    EXPECT_EQ(ev.wait(0), 110);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    // A second thread can still signal it: the lock was released on the time-out path.
+    std::thread([&] { ev.set(); }).join();
+    EXPECT_EQ(ev.wait(0), 0);
+}
+
+TEST(Event, SetBeforeWaitIsNotLostAndIsConsumed) {
+    utils::event ev(false, false);
+    ev.set();
+    const auto start = Clock::now();
+    EXPECT_EQ(ev.wait(5000), 0);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_EQ(ev.wait(0), 110);
+}
+
+TEST(Event, TimedWaitRunsOutWithEtimedout) {
+    utils::event ev;
+    const auto start = Clock::now();
+    EXPECT_EQ(ev.wait(50), 110);
+    EXPECT_GE(elapsed_ms(start), 45);
+}
+
+TEST(Event, PulseWakesOnlyAThreadAlreadyWaiting) {
+    utils::event ev;
+    ev.pulse();
+    EXPECT_EQ(ev.wait(0), 110) << "a pulse with no waiter must be lost";
+
+    std::atomic<int> result{-1};
+    std::thread waiter([&] { result = ev.wait(5000); });
+    while (result == -1) {
+        ev.pulse();
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    waiter.join();
+    EXPECT_EQ(result, 0);
+}
+
+TEST(Event, BroadcastWakesEveryWaiter) {
+    utils::event ev(true, false);
+    std::atomic<int> woken{0};
+    std::thread a([&] { woken += ev.wait(5000) == 0; });
+    std::thread b([&] { woken += ev.wait(5000) == 0; });
+    std::this_thread::sleep_for(milliseconds(50));
+    ev.set();
+    a.join();
+    b.join();
+    EXPECT_EQ(woken, 2);
+}
+
+// A thread that records what it saw and sleeps until stopped.
+class SleepingThread : public utils::CThread {
+public:
+    using CThread::CThread;
+    void run(void* arg) override {
+        m_arg_seen = arg;
+        char name[32] = {};
+        pthread_getname_np(pthread_self(), name, sizeof name);
+        m_kernel_name = name;
+        m_started = true;
+        while (m_run) suspend(kInfinite);
+    }
+    std::atomic<void*> m_arg_seen{nullptr};
+    std::string m_kernel_name;  // written before m_started
+    std::atomic<bool> m_started{false};
+};
+
+void wait_until(const std::atomic<bool>& flag) {
+    const auto start = Clock::now();
+    while (!flag && elapsed_ms(start) < 5000) std::this_thread::sleep_for(milliseconds(1));
+}
+
+TEST(Thread, StartsWithItsArgumentAndCutsALongNameForTheKernelOnly) {
+    LogCapture capture;
+    int token = 0;
+    SleepingThread thread("AVeryLongThreadNameIndeed");
+    ASSERT_EQ(thread.start(&token, SCHED_OTHER, 0), 0);
+    wait_until(thread.m_started);
+    ASSERT_TRUE(thread.m_started);
+    EXPECT_EQ(thread.m_arg_seen, &token);
+    EXPECT_EQ(thread.m_kernel_name, "AVeryLongThread");
+    EXPECT_EQ(thread.name(), "AVeryLongThreadNameIndeed");
+    thread.stop(500);
+    EXPECT_TRUE(capture.contains("Thread 'AVeryLongThreadNameIndeed' ("));
+    EXPECT_FALSE(thread.is_running());
+}
+
+TEST(Thread, StopEndsASuspendedThreadAtOnceWithoutKilling) {
+    LogCapture capture;
+    SleepingThread thread("sleeper");
+    thread.start(nullptr, SCHED_OTHER, 0);
+    wait_until(thread.m_started);
+    const auto start = Clock::now();
+    thread.stop(500);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_FALSE(thread.is_executing());
+    EXPECT_EQ(capture.count("killed"), 0);
+}
+
+TEST(Thread, CanBeStartedAgainAfterItEnded) {
+    SleepingThread thread("again");
+    for (int round = 0; round < 3; ++round) {
+        thread.m_started = false;
+        ASSERT_EQ(thread.start(nullptr, SCHED_OTHER, 0), 0);
+        wait_until(thread.m_started);
+        thread.stop(500);
+        EXPECT_EQ(thread.thread_id(), 0u);
+    }
+}
+
+// Ignores its run flag: only cancellation ends it.
+class StubbornThread : public utils::CThread {
+public:
+    using CThread::CThread;
+    void run(void*) override {
+        m_started = true;
+        for (;;) usleep(2000);
+    }
+    std::atomic<bool> m_started{false};
+};
+
+TEST(Thread, StopCancelsAThreadThatIgnoresItsRunFlag) {
+    LogCapture capture;
+    StubbornThread thread("stubborn");
+    thread.start(nullptr, SCHED_OTHER, 0);
+    wait_until(thread.m_started);
+    const auto start = Clock::now();
+    thread.stop(500);
+    const long took = elapsed_ms(start);
+    EXPECT_GE(took, 450);
+    EXPECT_LT(took, 500 + kPromptMs);
+    EXPECT_EQ(capture.count("Thread stubborn( "), 1);
+    EXPECT_EQ(capture.count(") killed"), 1);
+    EXPECT_FALSE(thread.is_executing());
+    std::this_thread::sleep_for(milliseconds(20));  // let the cancellation reach its next sleep
+}
+
+TEST(Thread, StopWithoutAThreadOnlyClearsTheRunFlag) {
+    LogCapture capture;
+    SleepingThread thread;
+    const auto start = Clock::now();
+    thread.stop(500);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_FALSE(thread.is_running());
+    EXPECT_TRUE(capture.lines().empty());
+    EXPECT_EQ(thread.name(), "--");
+}
+
+// Records how suspend behaves when resumed early and when stopped.
+class ResumeThread : public utils::CThread {
+public:
+    void run(void*) override {
+        m_ready = true;
+        while (!m_go) usleep(1000);
+        const auto start = Clock::now();
+        m_first = suspend(5000);  // the resume came before this call
+        m_first_ms = elapsed_ms(start);
+        m_done = true;
+        while (m_run) suspend(kInfinite);
+        const auto after = Clock::now();
+        m_after_stop = suspend(5000);  // m_run is false now
+        m_after_stop_ms = elapsed_ms(after);
+    }
+    std::atomic<bool> m_ready{false}, m_go{false}, m_done{false};
+    std::atomic<int> m_first{-1}, m_after_stop{-1};
+    std::atomic<long> m_first_ms{-1}, m_after_stop_ms{-1};
+};
+
+TEST(Thread, ResumeBeforeSuspendIsNotLostAndSuspendAfterStopReturnsAtOnce) {
+    ResumeThread thread;
+    thread.start(nullptr, SCHED_OTHER, 0);
+    wait_until(thread.m_ready);
+    thread.resume();
+    thread.m_go = true;
+    wait_until(thread.m_done);
+    EXPECT_EQ(thread.m_first, 0);
+    EXPECT_LT(thread.m_first_ms, kPromptMs);
+    thread.stop(500);
+    EXPECT_EQ(thread.m_after_stop, 0);
+    EXPECT_LT(thread.m_after_stop_ms, kPromptMs);
+}
+
+TEST(ThreadDeathTest, SuspendFromAnotherThreadIsAContractViolation) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            SleepingThread thread("victim");
+            thread.start(nullptr, SCHED_OTHER, 0);
+            wait_until(thread.m_started);
+            thread.suspend(10);
+        },
+        "src/CThread.*suspend.*pthread_equal\\(m_thread_id,pthread_self\\(\\)\\) != 0");
+}
+
+}  // namespace

@@ -1,0 +1,194 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <mutex>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "CTimer.h"
+#include "ITimer.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+
+int64_t realtime_ms() {
+    timespec now;
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
+}
+
+// Records the wall-clock millisecond of every expiry; optionally works for a while in the handler.
+class RecordingHandler : public ITimerEventHandler {
+public:
+    explicit RecordingHandler(int work_ms = 0) : m_work_ms(work_ms) {}
+    void on_timer(void* data) override {
+        {
+            std::lock_guard<std::mutex> guard(m_lock);
+            m_times.push_back(realtime_ms());
+            m_data = data;
+        }
+        if (m_work_ms > 0) std::this_thread::sleep_for(milliseconds(m_work_ms));
+    }
+    std::vector<int64_t> times() {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_times;
+    }
+    size_t count() { return times().size(); }
+    void* data() {
+        std::lock_guard<std::mutex> guard(m_lock);
+        return m_data;
+    }
+    bool wait_for(size_t n, int timeout_ms) {
+        const int64_t end = realtime_ms() + timeout_ms;
+        while (count() < n && realtime_ms() < end) std::this_thread::sleep_for(milliseconds(2));
+        return count() >= n;
+    }
+
+private:
+    int m_work_ms;
+    std::mutex m_lock;
+    std::vector<int64_t> m_times;
+    void* m_data = nullptr;
+};
+
+// Expiries may come late by scheduling jitter (more under sanitizers), never early.
+constexpr int64_t kSlackMs = 25;
+
+class TimerTest : public ::testing::Test {
+protected:
+    void SetUp() override { utils::CTimer::instance().start_thread(); }
+    utils::CTimer& timer() { return utils::CTimer::instance(); }
+};
+
+// What an owner does before its handler goes away, on every path out of a test.
+class TimerGuard {
+public:
+    explicit TimerGuard(uint32_t id) : m_id(id) {}
+    ~TimerGuard() {
+        utils::CTimer::instance().delete_timer(m_id);
+        utils::CTimer::instance().wait_for_handler(m_id);
+    }
+    uint32_t id() const { return m_id; }
+
+private:
+    uint32_t m_id;
+};
+
+TEST_F(TimerTest, OneShotFiresOnceAboutOneIntervalLaterAndLeavesTheSchedule) {
+    RecordingHandler handler;
+    int payload = 0;
+    const size_t before = timer().pending();
+    const int64_t start = realtime_ms();
+    TimerGuard guard(timer().start_timer(10, handler, &payload, false, 0));
+    ASSERT_TRUE(handler.wait_for(1, 1000));
+    std::this_thread::sleep_for(milliseconds(60));
+    const auto times = handler.times();
+    ASSERT_EQ(times.size(), 1u);
+    EXPECT_GE(times[0] - start, 9);
+    EXPECT_LT(times[0] - start, 10 + kSlackMs);
+    EXPECT_EQ(handler.data(), &payload);
+    EXPECT_EQ(timer().pending(), before);
+}
+
+TEST_F(TimerTest, PeriodicTimerStaysOnItsGridWhenTheHandlerIsSlow) {
+    constexpr int kInterval = 100;
+    constexpr size_t kExpiries = 10;
+    RecordingHandler handler(30);
+    const int64_t origin = realtime_ms();
+    {
+        TimerGuard guard(timer().start_timer(kInterval, handler, nullptr, true, 0));
+        ASSERT_TRUE(handler.wait_for(kExpiries, kInterval * (kExpiries + 5)));
+    }
+    const auto times = handler.times();
+    for (size_t i = 0; i < kExpiries; ++i) {
+        const int64_t error = times[i] - (origin + kInterval * static_cast<int64_t>(i + 1));
+        EXPECT_GE(error, -1) << "expiry " << i << " came early";
+        EXPECT_LT(error, kSlackMs) << "expiry " << i << " drifted off the grid";
+    }
+}
+
+TEST_F(TimerTest, RestartMovesThePendingExpiryToTheNextGridPoint) {
+    RecordingHandler handler;
+    const int64_t origin = realtime_ms();
+    {
+        TimerGuard guard(timer().start_timer(100, handler, nullptr, true, 0));
+        std::this_thread::sleep_for(milliseconds(50));
+        EXPECT_TRUE(timer().restart_timer(guard.id()));
+        ASSERT_TRUE(handler.wait_for(1, 1000));
+    }
+    const int64_t first = handler.times()[0] - origin;
+    EXPECT_GE(first, 199);
+    EXPECT_LT(first, 200 + kSlackMs);
+}
+
+TEST_F(TimerTest, UnknownIdsAreRefused) {
+    EXPECT_FALSE(timer().delete_timer(0xFFFFFFF0u));
+    EXPECT_FALSE(timer().restart_timer(0xFFFFFFF0u));
+}
+
+// Deletes its own timer from inside the first expiry.
+class SelfDeletingHandler : public ITimerEventHandler {
+public:
+    void on_timer(void*) override {
+        ++m_calls;
+        m_deleted = utils::CTimer::instance().delete_timer(m_id);
+    }
+    std::atomic<uint32_t> m_id{0};
+    std::atomic<int> m_calls{0};
+    std::atomic<bool> m_deleted{false};
+};
+
+TEST_F(TimerTest, DeletingATimerFromItsOwnHandlerStopsIt) {
+    SelfDeletingHandler handler;
+    handler.m_id = timer().start_timer(20, handler, nullptr, true, 0);
+    TimerGuard guard(handler.m_id);
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_EQ(handler.m_calls, 1);
+    EXPECT_TRUE(handler.m_deleted);
+}
+
+TEST_F(TimerTest, AStartInThePastCatchesUpOnEveryMissedGridPoint) {
+    RecordingHandler handler;
+    const time_t one_second_ago = time(nullptr) - 1;
+    const int64_t begin = realtime_ms();
+    {
+        TimerGuard guard(timer().start_timer(100, handler, nullptr, true, one_second_ago));
+        // At least the ten points of the past second are due at once.
+        ASSERT_TRUE(handler.wait_for(10, 1000));
+    }
+    EXPECT_LT(handler.times()[9] - begin, kSlackMs * 2);
+}
+
+TEST_F(TimerTest, IdsAreUniqueWhenStartedFromSeveralThreads) {
+    constexpr int kThreads = 4;
+    constexpr int kPerThread = 50;
+    RecordingHandler handler;
+    std::vector<std::vector<uint32_t>> ids(kThreads);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t)
+        threads.emplace_back([&, t] {
+            for (int i = 0; i < kPerThread; ++i)
+                ids[t].push_back(timer().start_timer(60000, handler, nullptr, false, 0));
+        });
+    for (auto& thread : threads) thread.join();
+    std::set<uint32_t> unique;
+    for (const auto& list : ids)
+        for (uint32_t id : list) {
+            unique.insert(id);
+            EXPECT_TRUE(timer().delete_timer(id));
+        }
+    EXPECT_EQ(unique.size(), static_cast<size_t>(kThreads * kPerThread));
+}
+
+TEST(TimerDeathTest, AnIntervalBelowTenMillisecondsIsAContractViolation) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    RecordingHandler handler;
+    EXPECT_DEATH(utils::CTimer::instance().start_timer(9, handler, nullptr, false, 0),
+                 "src/CTimer.*start_timer.*interval>=10");
+}
+
+}  // namespace
