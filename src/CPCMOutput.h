@@ -1,0 +1,60 @@
+#ifndef KORVEL_CPCMOUTPUT_H
+#define KORVEL_CPCMOUTPUT_H
+
+#include <alsa/asoundlib.h>
+#include <cstdint>
+#include <string>
+
+#include "AudioFormat.h"
+#include "CAudioOutput.h"
+#include "CVolumeConvertion.h"
+
+// The end of the audio chain for local files: writes interleaved 16-bit PCM to an ALSA playback
+// device with blocking writes, which pace the whole decode chain. Opens the device for the format
+// the decoder announces, reopens it when the format changes, recovers from underruns and suspends,
+// and stops by draining or dropping. Worker thread only; it has no lock of its own.
+class CPCMOutput : public CAudioOutput, public CVolumeConvertion {
+public:
+    static constexpr const char* kDefaultDevice = "plug:dmix";
+    // Playback starts by itself once this many frames are queued.
+    static constexpr snd_pcm_uframes_t kStartThresholdFrames = 4096;
+
+    CPCMOutput();
+    ~CPCMOutput() override;
+
+    int SetDecoderId(int id) override;
+    int RestartFeed() override;
+    int GetType() override;
+    int SetAudioFormat(const AudioFormat& format) override;
+    int SetBufferSize(int ms) override;
+    int Reserved() override;
+    int WriteBuffer(const uint8_t* data, uint16_t frames, unsigned int lost_packets) override;
+    void SetExtraData(uint8_t** data, uint32_t* size, int source) override;
+
+    virtual int Initialize();
+    virtual int DeInitialize();
+    virtual int DeInitWithDrain();
+    virtual int StopAudio();
+    virtual int StartAudio();
+    virtual int GetDelay(int64_t* frames);
+    virtual bool NeedsBuffering();
+    void set_player_prefix(const char* prefix) override;
+
+    const char* GetDevice() const { return m_device.c_str(); }
+    void SetDevice(const char* name) { m_device = name != nullptr ? name : ""; }
+    const AudioFormat& GetFormat() const { return m_format; }
+    bool IsOpen() const { return m_handle != nullptr; }
+
+protected:
+    int set_hwparams();
+    int set_swparams();
+    int xrun_recovery(snd_pcm_t* handle, int err);
+    int close_handle(bool drain, const char* method);
+
+    snd_pcm_hw_params_t* m_hw_params;  // only within one set_hwparams() call
+    std::string m_device;
+    AudioFormat m_format;
+    snd_pcm_t* m_handle;
+};
+
+#endif
