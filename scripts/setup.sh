@@ -9,7 +9,7 @@ PACKAGES=(
     libasound2-dev libavformat-dev libavcodec-dev libavutil-dev libswresample-dev
     libmpg123-dev libfdk-aac-dev libcurl4-openssl-dev libssl-dev libinih-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
-    ffmpeg mpg123 python3 alsa-utils
+    ffmpeg mpg123 aac-enc python3 alsa-utils
 )
 
 # libfdk-aac lives in non-free: add the component to the bookworm entry, once.

@@ -1,0 +1,196 @@
+#include <gtest/gtest.h>
+
+#include <mpg123.h>
+
+#include "CAudioDecoderChain.h"
+#include "CMP3Decoder.h"
+#include "CPCMOutput.h"
+#include "CardFixture.h"
+#include "LogCapture.h"
+#include "PacketReader.h"
+#include "RecordingOutput.h"
+
+namespace {
+
+const bool kMpg123Ready = (mpg123_init(), true);
+
+// The independent decode: the mpg123 command-line tool, without gapless trimming because the
+// demuxer strips the tag that carries the gapless information before the chain sees a packet.
+std::vector<uint8_t> ReferenceDecode(const std::string& name) {
+    return CommandOutput("mpg123 --no-gapless -q -s '" + MediaPath(name) + "' 2>/dev/null");
+}
+
+MediaPackets Packets(const std::string& name) {
+    MediaPackets media;
+    EXPECT_EQ(ReadPackets(MediaPath(name), &media), 0) << name;
+    return media;
+}
+
+int FeedAll(IAudioOutput& decoder, const MediaPackets& media) {
+    int failures = 0;
+    for (const auto& packet : media.packets)
+        failures += decoder.WriteBuffer(packet.data(), static_cast<uint16_t>(packet.size()), 0) < 0;
+    return failures;
+}
+
+class Mp3Decoder : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_EQ(m_decoder.Initialize(), 0);
+        m_decoder.set_player_prefix("PLAYBACK :");
+        m_decoder.SetOutput(&m_output);
+    }
+    CMP3Decoder m_decoder;
+    RecordingOutput m_output;
+};
+
+struct Mp3File {
+    const char* name;
+    int rate;
+    int channels;
+};
+
+class Mp3Files : public Mp3Decoder, public ::testing::WithParamInterface<Mp3File> {};
+
+TEST_P(Mp3Files, DecodeEqualsTheReferenceByteForByteAfterItsFormat) {
+    const MediaPackets media = Packets(GetParam().name);
+    ASSERT_FALSE(media.packets.empty());
+    EXPECT_EQ(FeedAll(m_decoder, media), 0);
+    ASSERT_FALSE(m_output.m_events.empty());
+    const auto& first = m_output.m_events.front();
+    ASSERT_EQ(first.kind, RecordingOutput::Event::kFormat) << "the format comes before any samples";
+    EXPECT_EQ(first.format.bits, 16);
+    EXPECT_EQ(first.format.rate, GetParam().rate);
+    EXPECT_EQ(first.format.channels, GetParam().channels);
+    EXPECT_EQ(m_output.Formats().size(), 1u);
+    const std::vector<uint8_t> reference = ReferenceDecode(GetParam().name);
+    ASSERT_FALSE(reference.empty());
+    const std::vector<uint8_t> decoded = m_output.AllPcm();
+    EXPECT_EQ(decoded.size(), reference.size());
+    EXPECT_TRUE(decoded == reference);
+    for (const auto& event : m_output.m_events) {
+        if (event.kind == RecordingOutput::Event::kBlock) {
+            EXPECT_LE(event.bytes.size(), CMP3Decoder::kOutputBufferBytes);
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Media, Mp3Files,
+                         ::testing::Values(Mp3File{"mp3_44100_stereo_cbr.mp3", 44100, 2},
+                                           Mp3File{"mp3_44100_stereo_vbr.mp3", 44100, 2},
+                                           Mp3File{"mp3_22050_mono.mp3", 22050, 1},
+                                           Mp3File{"mp2_44100_stereo.mp2", 44100, 2}),
+                         [](const ::testing::TestParamInfo<Mp3File>& info) {
+                             std::string name = info.param.name;
+                             for (char& c : name)
+                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+                             return name;
+                         });
+
+TEST_F(Mp3Decoder, ARateChangeIsAnnouncedBeforeTheFirstBlockAtTheNewRate) {
+    EXPECT_EQ(FeedAll(m_decoder, Packets("mp3_rate_change.mp3")), 0);
+    const auto formats = m_output.Formats();
+    ASSERT_EQ(formats.size(), 2u);
+    EXPECT_EQ(formats[0].rate, 44100);
+    EXPECT_EQ(formats[0].channels, 2);
+    EXPECT_EQ(formats[1].rate, 32000);
+    EXPECT_EQ(formats[1].channels, 1);
+    // Every sample of the first segment went out in the first format: a tail sent after the new
+    // announcement would be missing here and play at the wrong rate.
+    EXPECT_TRUE(m_output.PcmAt(44100, 2) == ReferenceDecode("mp3_rate_change_part_a.mp3"));
+    const size_t second = m_output.PcmAt(32000, 1).size();
+    const size_t expected = ReferenceDecode("mp3_rate_change_part_b.mp3").size();
+    EXPECT_NEAR(static_cast<double>(second), static_cast<double>(expected), 2 * 1152 * 2);
+}
+
+TEST_F(Mp3Decoder, AnEmptyPacketSendsOneEmptyBlock) {
+    EXPECT_EQ(m_decoder.WriteBuffer(nullptr, 0, 4), 0);
+    ASSERT_EQ(m_output.m_events.size(), 1u);
+    EXPECT_EQ(m_output.m_events[0].kind, RecordingOutput::Event::kBlock);
+    EXPECT_EQ(m_output.m_events[0].frames, 0);
+    EXPECT_EQ(m_output.m_events[0].lost_packets, 0u);
+}
+
+TEST_F(Mp3Decoder, APacketThatCompletesNoFrameSendsNothing) {
+    const MediaPackets media = Packets("mp3_44100_stereo_cbr.mp3");
+    const auto& packet = media.packets.at(0);
+    const uint16_t half = static_cast<uint16_t>(packet.size() / 2);
+    EXPECT_EQ(m_decoder.WriteBuffer(packet.data(), half, 0), 0);
+    EXPECT_TRUE(m_output.m_events.empty());
+    // The rest of the stream then decodes as a whole, format first.
+    EXPECT_EQ(m_decoder.WriteBuffer(packet.data() + half, static_cast<uint16_t>(packet.size() - half), 0), 0);
+    for (size_t i = 1; i < media.packets.size(); ++i)
+        EXPECT_EQ(m_decoder.WriteBuffer(media.packets[i].data(), static_cast<uint16_t>(media.packets[i].size()), 0), 0);
+    ASSERT_EQ(m_output.Formats().size(), 1u);
+    EXPECT_EQ(m_output.m_events.front().kind, RecordingOutput::Event::kFormat);
+    EXPECT_TRUE(m_output.AllPcm() == ReferenceDecode("mp3_44100_stereo_cbr.mp3"));
+}
+
+TEST_F(Mp3Decoder, LostPacketsReachTheOutputWithTheDecodedBlocks) {
+    const MediaPackets media = Packets("mp3_44100_stereo_cbr.mp3");
+    for (size_t i = 0; i < 4; ++i)
+        m_decoder.WriteBuffer(media.packets[i].data(), static_cast<uint16_t>(media.packets[i].size()), 2);
+    bool any = false;
+    for (const auto& event : m_output.m_events) any |= event.kind == RecordingOutput::Event::kBlock && event.lost_packets == 2;
+    EXPECT_TRUE(any);
+}
+
+TEST_F(Mp3Decoder, RandomBytesNeverCrashNorAnnounceAnEmptyFormat) {
+    LogCapture capture;
+    const std::vector<uint8_t> noise = ReadWholeFile(MediaPath("random.bin"));
+    ASSERT_FALSE(noise.empty());
+    constexpr size_t kChunk = 1000;
+    for (size_t at = 0; at < noise.size(); at += kChunk) {
+        const uint16_t n = static_cast<uint16_t>(std::min(kChunk, noise.size() - at));
+        const int result = m_decoder.WriteBuffer(&noise[at], n, 0);
+        if (result < 0) {
+            EXPECT_EQ(m_decoder.RestartFeed(), 0);
+        }
+    }
+    for (const AudioFormat& format : m_output.Formats()) {
+        EXPECT_GT(format.channels, 0);
+        EXPECT_GT(format.rate, 0);
+    }
+    // The decoder is still usable for a real stream afterwards.
+    ASSERT_EQ(m_decoder.RestartFeed(), 0);
+    m_output.m_events.clear();
+    EXPECT_EQ(FeedAll(m_decoder, Packets("mp3_22050_mono.mp3")), 0);
+    EXPECT_TRUE(m_output.AllPcm() == ReferenceDecode("mp3_22050_mono.mp3"));
+}
+
+TEST(Mp3DecoderLifecycle, WithoutInitialisationEveryPacketFails) {
+    CMP3Decoder decoder;
+    const uint8_t packet[8] = {};
+    EXPECT_EQ(decoder.WriteBuffer(packet, sizeof packet, 0), -1);
+    EXPECT_EQ(decoder.RestartFeed(), -1);
+    EXPECT_EQ(decoder.DeInitialize(), 0);
+    EXPECT_EQ(decoder.DeInitialize(), 0);
+}
+
+// The whole road of a local file: demuxed packets, the chain, the MP3 decoder and the direct
+// output on a virtual card.
+class Mp3EndToEnd : public CardTest {};
+
+TEST_F(Mp3EndToEnd, TheCardPlaysExactlyTheReferenceDecode) {
+    MakeCard(Variant(vcard::Variant::kFast));
+    CPCMOutput output;
+    output.SetDevice("channel1");
+    CAudioDecoderChain chain;
+    ASSERT_EQ(chain.CreateChain("PLAYBACK :"), 0);
+    chain.SetOutput(&output);
+    ASSERT_EQ(chain.SetDecoderId(AUDIO_TYPE_MP3), 0);
+    ASSERT_EQ(chain.RestartFeed(), 0);
+    EXPECT_EQ(FeedAll(chain, Packets("mp3_44100_stereo_cbr.mp3")), 0);
+    ASSERT_EQ(output.DeInitWithDrain(), 0);
+    const std::vector<uint8_t> reference = ReferenceDecode("mp3_44100_stereo_cbr.mp3");
+    std::vector<uint8_t> captured;
+    ASSERT_EQ(vcard::ReadFileBytes(m_card.capture_path(1), &captured), 0);
+    // The file sink pads its last period with silence.
+    ASSERT_GE(captured.size(), reference.size());
+    EXPECT_TRUE(std::equal(reference.begin(), reference.end(), captured.begin()));
+    for (size_t i = reference.size(); i < captured.size(); ++i) {
+        ASSERT_EQ(captured[i], 0) << i;
+    }
+}
+
+}  // namespace
