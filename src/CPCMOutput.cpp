@@ -79,55 +79,54 @@ int CPCMOutput::Initialize() {
 }
 
 int CPCMOutput::set_hwparams() {
+    return apply_hw_params("CPCMOutput::set_hwparams", static_cast<unsigned>(m_format.rate),
+                           static_cast<unsigned>(m_format.channels));
+}
+
+int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned channels) {
     HwParamsGuard guard(m_hw_params);
     if (int err = snd_pcm_hw_params_malloc(&m_hw_params); err < 0) {
         m_hw_params = nullptr;
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot allocate hardware parameter structure (%s)\n",
-                   GetPrefix(), snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): cannot allocate hardware parameter structure (%s)\n", GetPrefix(), where,
+                   snd_strerror(err));
         return -1;
     }
     if (int err = snd_pcm_hw_params_any(m_handle, m_hw_params); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot initialize hardware parameter structure (%s)\n",
-                   GetPrefix(), snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): cannot initialize hardware parameter structure (%s)\n", GetPrefix(), where,
+                   snd_strerror(err));
         return -1;
     }
     if (int err = snd_pcm_hw_params_set_rate_resample(m_handle, m_hw_params, kAllowAlsaResampling); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): Resampling setup failed for playback: %s\n", GetPrefix(),
-                   snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): Resampling setup failed for playback: %s\n", GetPrefix(), where, snd_strerror(err));
         return err;
     }
     if (int err = snd_pcm_hw_params_set_access(m_handle, m_hw_params, SND_PCM_ACCESS_RW_INTERLEAVED); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot set access type (%s)\n", GetPrefix(),
-                   snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): cannot set access type (%s)\n", GetPrefix(), where, snd_strerror(err));
         return -1;
     }
     // Every decoder here delivers 16-bit samples, whatever the format record says about bits.
     if (int err = snd_pcm_hw_params_set_format(m_handle, m_hw_params, SND_PCM_FORMAT_S16_LE); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot set sample format (%s)\n", GetPrefix(),
-                   snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): cannot set sample format (%s)\n", GetPrefix(), where, snd_strerror(err));
         return -1;
     }
-    KLOG_INFO("%s CPCMOutput::set_hwparams(): Setting samplerate to %d...\n", GetPrefix(), m_format.rate);
-    unsigned int rate = static_cast<unsigned int>(m_format.rate);
-    if (int err = snd_pcm_hw_params_set_rate_near(m_handle, m_hw_params, &rate, nullptr); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot set sample rate (%s)\n", GetPrefix(),
-                   snd_strerror(err));
+    KLOG_INFO("%s %s(): Setting samplerate to %d...\n", GetPrefix(), where, static_cast<int>(rate));
+    unsigned int granted = rate;
+    if (int err = snd_pcm_hw_params_set_rate_near(m_handle, m_hw_params, &granted, nullptr); err < 0) {
+        KLOG_ERROR("%s ERROR :%s(): cannot set sample rate (%s)\n", GetPrefix(), where, snd_strerror(err));
         return -1;
     }
-    if (static_cast<int>(rate) != m_format.rate) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): Rate doesn't match (requested %iHz, get %iHz)\n",
-                   GetPrefix(), m_format.rate, static_cast<int>(rate));
+    if (granted != rate) {
+        KLOG_ERROR("%s ERROR :%s(): Rate doesn't match (requested %iHz, get %iHz)\n", GetPrefix(), where,
+                   static_cast<int>(rate), static_cast<int>(granted));
         return -EINVAL;
     }
-    if (int err = snd_pcm_hw_params_set_channels(m_handle, m_hw_params, static_cast<unsigned>(m_format.channels));
-        err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot set channel count to %d (%s)\n", GetPrefix(),
-                   m_format.channels, snd_strerror(err));
+    if (int err = snd_pcm_hw_params_set_channels(m_handle, m_hw_params, channels); err < 0) {
+        KLOG_ERROR("%s ERROR :%s(): cannot set channel count to %d (%s)\n", GetPrefix(), where,
+                   static_cast<int>(channels), snd_strerror(err));
         return -1;
     }
     if (int err = snd_pcm_hw_params(m_handle, m_hw_params); err < 0) {
-        KLOG_ERROR("%s ERROR :CPCMOutput::set_hwparams(): cannot set parameters (%s)\n", GetPrefix(),
-                   snd_strerror(err));
+        KLOG_ERROR("%s ERROR :%s(): cannot set parameters (%s)\n", GetPrefix(), where, snd_strerror(err));
         return -1;
     }
     return 0;

@@ -47,6 +47,8 @@ public:
 
 protected:
     int set_hwparams();
+    // The hardware set-up shared with the buffered output; `where` names the caller in log lines.
+    int apply_hw_params(const char* where, unsigned rate, unsigned channels);
     int set_swparams();
     int xrun_recovery(snd_pcm_t* handle, int err);
     int close_handle(bool drain, const char* method);

@@ -1,0 +1,122 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <vector>
+
+#include "CResampler.h"
+
+namespace {
+
+// Collects every converted block.
+class Collector : public IResamplerOutput {
+public:
+    int ResamplerOutputBuffer(const uint8_t* data, uint32_t frames) override {
+        const int16_t* samples = reinterpret_cast<const int16_t*>(data);
+        m_samples.insert(m_samples.end(), samples, samples + frames * 2);
+        ++m_blocks;
+        return 0;
+    }
+    std::vector<int16_t> m_samples;  // stereo, interleaved
+    int m_blocks = 0;
+};
+
+std::vector<int16_t> Sine(int rate, int channels, double frequency, int frames, double amplitude) {
+    std::vector<int16_t> samples(static_cast<size_t>(frames) * channels);
+    for (int i = 0; i < frames; ++i)
+        for (int c = 0; c < channels; ++c)
+            samples[static_cast<size_t>(i) * channels + c] =
+                static_cast<int16_t>(amplitude * std::sin(2 * M_PI * frequency * i / rate));
+    return samples;
+}
+
+double Rms(const std::vector<int16_t>& samples, int channel, size_t skip_frames) {
+    double sum = 0;
+    size_t n = 0;
+    for (size_t i = skip_frames * 2 + channel; i < samples.size(); i += 2, ++n) sum += double(samples[i]) * samples[i];
+    return std::sqrt(sum / std::max<size_t>(n, 1));
+}
+
+// The frequency of a clean sine from its upward zero crossings, with sub-sample interpolation.
+double MeasuredFrequency(const std::vector<int16_t>& stereo, int rate, size_t skip_frames) {
+    double first = -1, last = -1;
+    int crossings = 0;
+    for (size_t i = skip_frames + 1; i < stereo.size() / 2; ++i) {
+        const double a = stereo[(i - 1) * 2], b = stereo[i * 2];
+        if (a < 0 && b >= 0) {
+            const double at = (i - 1) + (-a / (b - a));
+            if (first < 0) first = at;
+            last = at;
+            ++crossings;
+        }
+    }
+    return (crossings - 1) * rate / (last - first);
+}
+
+void Feed(CResampler& resampler, const std::vector<int16_t>& samples, int channels, int block_frames) {
+    const int frames = static_cast<int>(samples.size()) / channels;
+    for (int at = 0; at < frames; at += block_frames) {
+        const int n = std::min(block_frames, frames - at);
+        ASSERT_EQ(resampler.Resample(reinterpret_cast<const uint8_t*>(&samples[static_cast<size_t>(at) * channels]), n), 0);
+    }
+}
+
+class Resampler : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(m_resampler.Initialize(), 0); }
+    Collector m_out;
+    CResampler m_resampler{&m_out};
+};
+
+TEST_F(Resampler, TheSameFormatAgainDoesNotRebuild) {
+    const unsigned before = m_resampler.GetInitCount();
+    EXPECT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 48000, 2}), 0);
+    EXPECT_EQ(m_resampler.SetSampleRates(48000, 48000), 0);
+    EXPECT_EQ(m_resampler.GetInitCount(), before);
+    EXPECT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 44100, 2}), 0);
+    EXPECT_EQ(m_resampler.GetInitCount(), before + 1);
+}
+
+TEST_F(Resampler, MonoPlaysOnBothSidesAtItsOwnLevel) {
+    ASSERT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 48000, 1}), 0);
+    const auto mono = Sine(48000, 1, 1000, 48000, 10000);
+    Feed(m_resampler, mono, 1, 1152);
+    const double input = 10000 / std::sqrt(2.0);
+    const double left = Rms(m_out.m_samples, 0, 1000), right = Rms(m_out.m_samples, 1, 1000);
+    EXPECT_NEAR(20 * std::log10(left / input), 0.0, 0.05) << "no 3 dB loss on the way to stereo";
+    EXPECT_NEAR(20 * std::log10(right / input), 0.0, 0.05);
+}
+
+TEST_F(Resampler, From44100To48000KeepsLengthAndFrequency) {
+    ASSERT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 44100, 2}), 0);
+    constexpr int kFrames = 44100 * 2;
+    const auto input = Sine(44100, 2, 1000, kFrames, 12000);
+    Feed(m_resampler, input, 2, 1152);
+    const double exact = kFrames * 48000.0 / 44100.0;
+    const double produced = static_cast<double>(m_out.m_samples.size() / 2);
+    // The context holds back a few samples of filter delay, never more.
+    EXPECT_LE(produced, exact + 1);
+    EXPECT_GT(produced, exact - 64);
+    EXPECT_GT(m_out.m_blocks, 70) << "every block that produced output was handed on";
+    EXPECT_NEAR(MeasuredFrequency(m_out.m_samples, 48000, 500), 1000.0, 0.5);
+}
+
+TEST_F(Resampler, InjectedSilenceAndDroppedOutputChangeTheLength) {
+    ASSERT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 44100, 2}), 0);
+    const auto input = Sine(44100, 2, 1000, 44100, 12000);
+    Feed(m_resampler, input, 2, 1152);
+    const size_t plain = m_out.m_samples.size() / 2;
+    m_out.m_samples.clear();
+    ASSERT_EQ(m_resampler.Initialize(), 0);
+    EXPECT_GE(m_resampler.InjectSilence(441), 0);  // input samples: 10 ms
+    EXPECT_GE(m_resampler.DropOutput(480), 0);     // output samples: 10 ms
+    Feed(m_resampler, input, 2, 1152);
+    EXPECT_NEAR(static_cast<double>(m_out.m_samples.size() / 2), static_cast<double>(plain), 2);
+}
+
+TEST(ResamplerDeathTest, ATwentyFourBitFormatIsAContractViolation) {
+    Collector out;
+    CResampler resampler(&out);
+    EXPECT_DEATH(resampler.SetInputFormat(AudioFormat{24, 44100, 2}), "src/CResampler.*Unsupported audio format");
+}
+
+}  // namespace
