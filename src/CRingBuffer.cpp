@@ -51,7 +51,7 @@ void CRingBuffer::Free() {
 
 uint32_t CRingBuffer::Write(const uint8_t* src, uint32_t count) {
     utils::scope_lock guard(*this);
-    if (m_buffer == nullptr) return 0;
+    if (m_buffer == nullptr || count == 0) return 0;
     uint32_t bytes = m_element_size * count;
     if (m_wptr + bytes > m_size) {
         const uint32_t tail = m_size - m_wptr;
@@ -70,7 +70,7 @@ uint32_t CRingBuffer::Write(const uint8_t* src, uint32_t count) {
 
 uint32_t CRingBuffer::Read(uint8_t* dst, uint32_t count) {
     utils::scope_lock guard(*this);
-    if (m_buffer == nullptr) return 0;
+    if (m_buffer == nullptr || count == 0) return 0;
     uint32_t bytes = m_element_size * count;
     if (m_rptr + bytes > m_size) {
         const uint32_t tail = m_size - m_rptr;

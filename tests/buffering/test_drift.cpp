@@ -1,0 +1,194 @@
+// Clock drift between a stream's sender and the sound card, the reason the buffered output has a
+// buffering algorithm. A producer delivers blocks at exactly the nominal 48000 Hz while the virtual
+// card runs 500 ppm fast or slow. Both run `kSpeed` times faster than real time: the algorithm
+// counts samples, not seconds, so its behaviour is the same as in a real-time run.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+#include <vector>
+
+#include "CBufferingAlgorithm.h"
+#include "CBufferingAlgorithmNone.h"
+#include "CPCMOutputBuffered.h"
+#include "CardFixture.h"
+#include "LogCapture.h"
+
+namespace {
+
+constexpr int kRate = 48000;
+constexpr long kSpeed = 6;
+constexpr int kBlock = 1152;
+constexpr double kAudioSeconds = 120;
+constexpr int kTargetMs = 300;
+constexpr int kAccuracyMs = 25;
+constexpr int64_t kTarget = kRate * kTargetMs / 1000;
+constexpr int64_t kAccuracy = kRate * kAccuracyMs / 1000;
+constexpr long kDriftPpm = 500;
+
+double Now() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec + now.tv_nsec / 1e9;
+}
+
+void SleepUntil(double when) {
+    timespec at;
+    at.tv_sec = static_cast<time_t>(when);
+    at.tv_nsec = static_cast<long>((when - at.tv_sec) * 1e9);
+    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
+}
+
+struct Correction {
+    double at_s;       // audio time
+    int64_t before;    // level when the correcting block came
+    int64_t after;     // level when the next block came
+    bool duplicated;
+};
+
+struct DriftRecord {
+    std::vector<double> time_s;    // audio time of each measurement, from the start of playback
+    std::vector<int64_t> level;    // ring plus device, as if measured exactly on the producer's schedule
+    std::vector<Correction> corrections;
+    int starts = 0;
+
+    double MeanLevel(double from_s, double to_s) const {
+        double sum = 0;
+        int n = 0;
+        for (size_t i = 0; i < level.size(); ++i)
+            if (time_s[i] >= from_s && time_s[i] < to_s) sum += static_cast<double>(level[i]), ++n;
+        return n ? sum / n : 0;
+    }
+    int64_t LargestDeviation() const {
+        int64_t worst = 0;
+        for (int64_t l : level) worst = std::max<int64_t>(worst, std::llabs(l - kTarget));
+        return worst;
+    }
+    double InBandPercent() const {
+        int in = 0;
+        for (int64_t l : level) in += std::llabs(l - kTarget) <= kAccuracy;
+        return 100.0 * in / std::max<size_t>(level.size(), 1);
+    }
+};
+
+class Drift : public CardTest {
+protected:
+    DriftRecord Play(long drift_ppm, BufferingAlgorithm::IBufferingAlgorithm& algorithm) {
+        vcard::Options options;
+        options.drift_ppm = drift_ppm;
+        options.speed = kSpeed;
+        // A device buffer that outlasts the producer's scheduling jitter at this speed.
+        options.limits.buffer_bytes_max = 32768 * 4;
+        options.limits.period_bytes_max = 1024 * 4;
+        MakeCard(options);
+        LogCapture capture(Logger::kMaskError | Logger::kMaskNotice);
+
+        CPCMOutputBuffered output(&algorithm, kTargetMs, kAccuracyMs);
+        output.SetDevice("channel1");
+        EXPECT_EQ(output.Initialize(), 0);
+        EXPECT_EQ(output.SetBufferSize(kTargetMs), 0);
+        EXPECT_EQ(output.SetAudioFormat(AudioFormat{16, kRate, 2}), 0);
+
+        const std::vector<uint8_t> block(kBlock * 4, 0);
+        const int blocks = static_cast<int>(kAudioSeconds * kRate / kBlock);
+        const double block_s = static_cast<double>(kBlock) / kRate / kSpeed;  // real time per block
+        const double card_rate = kRate * kSpeed * (1 + drift_ppm / 1e6);      // frames per real second
+        DriftRecord run;
+        double started_at = -1;
+        int seen_corrections = 0;
+        int seen_duplicates = 0;
+        const double begin = Now();
+        bool correction_pending = false;
+        for (int k = 0; k < blocks; ++k) {
+            const double scheduled = begin + k * block_s;
+            SleepUntil(scheduled);
+            // The level the algorithm judges: ring plus device just before the block is stored.
+            int64_t level = 0;
+            if (!output.NeedsBuffering() && output.GetBufferedDelay(&level) == 0) {
+                if (started_at < 0) started_at = k * static_cast<double>(kBlock) / kRate;
+                // What the card played between the scheduled moment and now is the producer's
+                // lateness, not the buffer's: add it back.
+                level += static_cast<int64_t>((Now() - scheduled) * card_rate);
+                run.time_s.push_back(k * static_cast<double>(kBlock) / kRate - started_at);
+                run.level.push_back(level);
+                if (correction_pending) run.corrections.back().after = level;
+                correction_pending = false;
+            }
+            EXPECT_EQ(output.WriteBuffer(block.data(), kBlock, 0), 0);
+            const int drops = capture.count("-> dropping"), duplicates = capture.count("-> duplicating");
+            if (drops + duplicates > seen_corrections && !run.level.empty()) {
+                run.corrections.push_back({run.time_s.back(), run.level.back(), run.level.back(),
+                                           duplicates > seen_duplicates});
+                correction_pending = true;
+            }
+            seen_corrections = drops + duplicates;
+            seen_duplicates = duplicates;
+        }
+        run.starts = capture.count("Starting playback");
+        output.DeInitialize();
+        return run;
+    }
+
+    static void Report(const char* what, const DriftRecord& run) {
+        const double minutes = (run.time_s.empty() ? 0 : run.time_s.back()) / 60;
+        std::printf("%s: in band %.1f %%, largest deviation %lld samples (%.1f ms), %zu corrections (%.2f per minute)\n",
+                    what, run.InBandPercent(), static_cast<long long>(run.LargestDeviation()),
+                    run.LargestDeviation() * 1000.0 / kRate, run.corrections.size(),
+                    run.corrections.size() / std::max(minutes, 1e-9));
+    }
+};
+
+// Without correction the level walks away by the drift times the time played.
+class DriftWithoutCorrection : public Drift, public ::testing::WithParamInterface<long> {};
+
+TEST_P(DriftWithoutCorrection, TheLevelWalksAwayWithTheClocks) {
+    BufferingAlgorithm::CBufferingAlgorithmNone none;
+    const long drift = GetParam();
+    const DriftRecord run = Play(drift, none);
+    ASSERT_GT(run.level.size(), 100u);
+    Report(drift > 0 ? "no correction, card +500 ppm" : "no correction, card -500 ppm", run);
+    EXPECT_EQ(run.starts, 1) << "no underrun, no restart";
+    constexpr double kWindow = 10;
+    const double span = run.time_s.back() - kWindow;
+    const double walk = run.MeanLevel(run.time_s.back() - kWindow, 1e9) - run.MeanLevel(0, kWindow);
+    const double expected = -drift / 1e6 * kRate * span;  // a fast card empties the buffer
+    EXPECT_NEAR(walk, expected, std::fabs(expected) * 0.2) << "walk " << walk << " expected " << expected;
+}
+
+INSTANTIATE_TEST_SUITE_P(CardFastAndSlow, DriftWithoutCorrection, ::testing::Values(kDriftPpm, -kDriftPpm),
+                         [](const ::testing::TestParamInfo<long>& info) {
+                             return std::string(info.param > 0 ? "Fast" : "Slow");
+                         });
+
+class DriftWithCorrection : public Drift, public ::testing::WithParamInterface<long> {};
+
+TEST_P(DriftWithCorrection, TheLevelStaysWithinTheBand) {
+    BufferingAlgorithm::CBufferingAlgorithm algorithm(kTargetMs, kAccuracyMs);
+    const long drift = GetParam();
+    const DriftRecord run = Play(drift, algorithm);
+    ASSERT_GT(run.level.size(), 100u);
+    Report(drift > 0 ? "correction, card +500 ppm" : "correction, card -500 ppm", run);
+    EXPECT_EQ(run.starts, 1);
+
+    // The smoothing filter trails a steady walk by the walk's rate times its time constant.
+    const double walk_per_s = kDriftPpm / 1e6 * kRate;
+    const double time_constant_s = kBlock / static_cast<double>(kRate) / (1 - BufferingAlgorithm::CBufferingAlgorithm::kAlpha);
+    const int64_t bound = kAccuracy + static_cast<int64_t>(walk_per_s * time_constant_s) + kBlock;
+    EXPECT_LT(run.LargestDeviation(), bound);
+
+    ASSERT_GE(run.corrections.size(), 1u);
+    for (const Correction& c : run.corrections) {
+        // A fast card drains the buffer: samples are duplicated; a slow one fills it: dropped.
+        EXPECT_EQ(c.duplicated, drift > 0) << "at " << c.at_s << " s";
+        const int64_t step = c.after - c.before;
+        EXPECT_NEAR(static_cast<double>(step), c.duplicated ? kAccuracy : -kAccuracy, kBlock) << "at " << c.at_s << " s";
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(CardFastAndSlow, DriftWithCorrection, ::testing::Values(kDriftPpm, -kDriftPpm),
+                         [](const ::testing::TestParamInfo<long>& info) {
+                             return std::string(info.param > 0 ? "Fast" : "Slow");
+                         });
+
+}  // namespace
