@@ -7,28 +7,10 @@
 #include <unistd.h>
 
 #include "CFileIOStandard.h"
+#include "ScratchDir.h"
 #include "utils.h"
 
 namespace {
-
-// A scratch directory for the test, removed with everything in it.
-class ScratchDir {
-public:
-    ScratchDir() {
-        char pattern[] = "/tmp/korvel_utils_XXXXXX";
-        m_path = mkdtemp(pattern);
-    }
-    ~ScratchDir() { std::system(("rm -rf '" + m_path + "'").c_str()); }
-    std::string file(const std::string& name, const std::string& content) const {
-        const std::string path = m_path + "/" + name;
-        std::ofstream(path, std::ios::binary) << content;
-        return path;
-    }
-    const std::string& path() const { return m_path; }
-
-private:
-    std::string m_path;
-};
 
 std::string md5_hex_of_file(const std::string& path, int* result) {
     unsigned char digest[utils::kMd5DigestBytes] = {};

@@ -1,0 +1,65 @@
+#ifndef KORVEL_TESTS_SOURCEFIXTURES_H
+#define KORVEL_TESTS_SOURCEFIXTURES_H
+
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "CAudioSource.h"
+#include "IAudioOutput.h"
+#include "ScratchDir.h"
+
+// Where make_source_media.sh put its files.
+inline std::string SourceMediaPath(const std::string& name) { return std::string(KORVEL_SOURCE_MEDIA_DIR) + "/" + name; }
+
+// Stands in for the decoder chain: records the set-up calls in order and every packet's bytes.
+class PacketSink : public IAudioOutput {
+public:
+    int SetDecoderId(int id) override {
+        m_calls.push_back("SetDecoderId(" + std::to_string(id) + ")");
+        return 0;
+    }
+    int RestartFeed() override { return 0; }
+    int GetType() override { return AUDIO_TYPE_MP3; }
+    int SetAudioFormat(const AudioFormat& format) override {
+        m_calls.push_back(format.IsValid() || format.bits != 0 ? "SetAudioFormat(set)" : "SetAudioFormat(zero)");
+        return 0;
+    }
+    int SetBufferSize(int) override { return 0; }
+    int Reserved() override { return 0; }
+    int WriteBuffer(const uint8_t* data, uint16_t size, unsigned int lost_packets) override {
+        m_packets.emplace_back(data, data + size);
+        m_lost += lost_packets;
+        return 0;
+    }
+    void SetExtraData(uint8_t** data, uint32_t* size, int source) override {
+        m_calls.push_back(source != 0 ? "SetExtraData" : "SetExtraData(no source)");
+        m_config.assign(*data, *data + *size);
+    }
+
+    std::vector<std::string> m_calls;
+    std::vector<std::vector<uint8_t>> m_packets;
+    std::vector<uint8_t> m_config;
+    unsigned m_lost = 0;
+};
+
+// The owner's demuxer interrupt: abort once the source's time-out handler says so.
+inline int AbortWhenTimedOut(void* source) { return static_cast<CAudioSource*>(source)->timed_out() ? 1 : 0; }
+
+inline void InstallInterrupt(CAudioSource& source) {
+    source.m_libav_callback.callback = &AbortWhenTimedOut;
+    source.m_libav_callback.opaque = &source;
+}
+
+// Reads packets until the source reports anything but a packet; that code.
+inline int DrainSource(CAudioSource& source, int max_packets = 100000) {
+    int result = 0;
+    for (int i = 0; i < max_packets && result >= 0; ++i) {
+        bool changed = false;
+        result = source.ProcessPacket(changed);
+    }
+    return result;
+}
+
+#endif

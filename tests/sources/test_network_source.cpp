@@ -1,0 +1,233 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+extern "C" {
+#include <libavutil/error.h>
+}
+
+#include "CAudioDecoderChain.h"
+#include "CAudioSource.h"
+#include "LocalServer.h"
+#include "LogCapture.h"
+#include "PacketReader.h"
+#include "RecordingOutput.h"
+#include "SourceFixtures.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+constexpr const char* kStreamFile = "mp3_44100_stereo_cbr.mp3";
+
+double SecondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// A source with the owner's interrupt installed and a server to open, over a directory holding the
+// stream file.
+class NetworkSource : public ::testing::Test {
+protected:
+    NetworkSource() : m_server(m_dir.path()) {
+        std::system(("cp '" + MediaPath(kStreamFile) + "' '" + m_dir.path() + "/'").c_str());
+    }
+    void SetUp() override {
+        ASSERT_NE(m_server.port(), 0) << "the local server did not start";
+        m_source.InitializeLibrary();
+        InstallInterrupt(m_source);
+        m_source.SetOutput(&m_sink);
+        m_source.GetResolver().SetTemporaryFile(m_dir.path() + "/.url");
+    }
+    void TearDown() override {
+        m_source.Close();
+        m_source.Deinitialize();
+    }
+
+    ScratchDir m_dir;
+    LocalHttpServer m_server;
+    PacketSink m_sink;
+    CAudioSource m_source;
+};
+
+TEST_F(NetworkSource, AnHttpStreamPlaysThroughTheChainWithTheConfiguredAgentAndHeader) {
+    CAudioDecoderChain chain;
+    ASSERT_EQ(chain.CreateChain("PLAYBACK :"), 0);
+    RecordingOutput pcm;
+    chain.SetOutput(&pcm);
+    m_source.SetOutput(&chain);
+    m_source.SetNetworkOptions(KorvelPlayer::NetworkOptions{"KorvelTest/1.0", "X-Korvel-Test: yes"});
+    LogCapture capture;
+    ASSERT_GE(m_source.Initialize(m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3"), ""), 0);
+    EXPECT_EQ(m_source.GetCodecType(), CODEC_MP3);
+    EXPECT_TRUE(capture.contains("Opening URL playback audio source")) << "an audio stream is no playlist";
+    EXPECT_EQ(m_source.GetPlaylistDigest(), "");
+    EXPECT_EQ(m_source.m_duration_ms, 0);
+    for (int i = 0; i < 200; ++i) {
+        bool changed = false;
+        ASSERT_GT(m_source.ProcessPacket(changed), 0) << "packet " << i;
+    }
+    EXPECT_GT(pcm.PcmAt(44100, 2).size(), 44100u * 4) << "more than a second of decoded audio";
+
+    // Both the resolver's request and the demuxer's (which asks for ICY metadata) carry them.
+    const auto requests = m_server.Requests("/stream?");
+    ASSERT_EQ(requests.size(), 2u);
+    for (const std::string& request : requests) {
+        EXPECT_NE(request.find("User-Agent: KorvelTest/1.0\n"), std::string::npos) << request;
+        EXPECT_NE(request.find("X-Korvel-Test: yes\n"), std::string::npos) << request;
+    }
+    EXPECT_NE(requests[1].find("Icy-MetaData: 1"), std::string::npos);
+}
+
+// Reads until the title changes; how many packets that took, or -1.
+int PacketsUntilTitleChange(CAudioSource& source, int limit) {
+    for (int i = 1; i <= limit; ++i) {
+        bool changed = false;
+        if (source.ProcessPacket(changed) < 0) return -1;
+        if (changed) return i;
+    }
+    return -1;
+}
+
+TEST_F(NetworkSource, AnIcyTitleChangeIsReportedOnceWhenItArrives) {
+    LogCapture capture;
+    ASSERT_GE(m_source.Initialize(m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3&metaint=8192&rate=200000"), ""),
+              0);
+    ASSERT_GT(PacketsUntilTitleChange(m_source, 200), 0);
+    TrackInfo info;
+    m_source.GetTrackInfo(info);
+    EXPECT_EQ(info.title, "Artist - Song");
+    EXPECT_STREQ(m_source.GetIcyMetadata(), "StreamTitle='Artist - Song';StreamUrl='';");
+    EXPECT_EQ(PacketsUntilTitleChange(m_source, 300), -1) << "the same packet again is no change";
+
+    m_server.Get("/control/title?t=StreamTitle%3D%27%27%3B");
+    ASSERT_GT(PacketsUntilTitleChange(m_source, 3000), 0);
+    m_source.GetTrackInfo(info);
+    EXPECT_EQ(info.title, "");
+    EXPECT_EQ(capture.count("new icy meta data packet: "), 2);
+}
+
+TEST_F(NetworkSource, AStalledStreamEndsWithExitAfterTheLimitAndNotMuchLater) {
+    ASSERT_GE(m_source.Initialize(m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3&stall=100000"), ""), 0);
+    m_source.SetTimeout(1);
+    int result = 0;
+    double blocked = 0;
+    for (int i = 0; i < 1000 && result >= 0; ++i) {
+        bool changed = false;
+        const auto start = Clock::now();
+        result = m_source.ProcessPacket(changed);
+        blocked = SecondsSince(start);
+    }
+    EXPECT_EQ(result, AVERROR_EXIT);
+    // More than one whole second on the clock, polled every 100 ms by the network layer.
+    EXPECT_GE(blocked, 1.0);
+    EXPECT_LE(blocked, 2.5);
+    EXPECT_EQ(m_source.GetTimeout(), 1) << "a time-out is no interrupt";
+}
+
+TEST_F(NetworkSource, InterruptAbortsABlockingOpenAtOnce) {
+    // Enough for the resolver's download, then silence in the middle of the demuxer's probe.
+    const std::string url = m_server.url("/stream?stall=5000");
+    int result = 0;
+    Clock::time_point returned;
+    std::thread worker([&] {
+        result = m_source.Initialize(url, "");
+        returned = Clock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const auto interrupted = Clock::now();
+    m_source.Interrupt();
+    worker.join();
+    EXPECT_EQ(result, AVERROR_EXIT);
+    EXPECT_LT(std::chrono::duration<double>(returned - interrupted).count(), 0.5);
+}
+
+TEST_F(NetworkSource, InterruptAbortsABlockingPlaylistDownloadAtOnce) {
+    // A playlist reply whose body never comes: the resolver's download blocks, not the demuxer.
+    const std::string url = m_server.url("/stream?stall=0&ct=audio/x-mpegurl");
+    int result = 0;
+    Clock::time_point returned;
+    std::thread worker([&] {
+        result = m_source.Initialize(url, "");
+        returned = Clock::now();
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(500));
+    const auto interrupted = Clock::now();
+    m_source.Interrupt();
+    worker.join();
+    EXPECT_LT(result, 0);
+    // libcurl looks at its progress callback about once a second while a transfer is idle.
+    EXPECT_LT(std::chrono::duration<double>(returned - interrupted).count(), 1.5);
+}
+
+// Without a Content-Length the end of the connection is an I/O error, after the last whole packet.
+TEST_F(NetworkSource, AStreamThatClosesEarlyDeliversWhatItSentThenAnError) {
+    constexpr int kSent = 20000;
+    LogCapture capture;
+    ASSERT_GE(m_source.Initialize(m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3&limit=20000"), ""), 0);
+    const int end = DrainSource(m_source);
+    EXPECT_TRUE(end == AVERROR(EIO) || end == AVERROR_EOF) << end;
+    size_t bytes = 0;
+    for (const auto& packet : m_sink.m_packets) bytes += packet.size();
+    const std::vector<uint8_t> file = ReadWholeFile(MediaPath(kStreamFile));
+    EXPECT_GT(bytes, static_cast<size_t>(kSent) - 2 * 418 - 2048) << "at most a frame and the tag header lost";
+    EXPECT_LE(bytes, static_cast<size_t>(kSent));
+}
+
+// Reserves a free, even UDP port with a free odd neighbour for RTCP.
+int FreeRtpPort() {
+    for (int attempt = 0; attempt < 20; ++attempt) {
+        const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
+        ::close(probe);
+        const int port = ntohs(address.sin_port) & ~1;
+        if (port > 1024 && port < 65534) return port;
+    }
+    return 0;
+}
+
+TEST_F(NetworkSource, AnRtpStreamFailsTheResolverAndIsOpenedAsUrlPlayback) {
+    const int port = FreeRtpPort();
+    ASSERT_NE(port, 0);
+    const std::string url = "rtp://127.0.0.1:" + std::to_string(port);
+    ChildProcess sender({"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-re", "-i",
+                         MediaPath("bench_44100_stereo.mp3"), "-c", "copy", "-f", "rtp", url},
+                        false);
+    LogCapture capture;
+    ASSERT_GE(m_source.Initialize(url, ""), 0);
+    EXPECT_TRUE(capture.contains("Opening URL playback audio source " + url));
+    EXPECT_EQ(m_source.GetPlaylistDigest(), "");
+    EXPECT_EQ(m_source.GetCodecType(), CODEC_MP3);
+    int forwarded = 0;
+    for (int i = 0; i < 20; ++i) {
+        bool changed = false;
+        if (m_source.ProcessPacket(changed) > 0) ++forwarded;
+    }
+    EXPECT_GE(forwarded, 15);
+    ASSERT_FALSE(m_sink.m_packets.empty());
+    EXPECT_EQ(m_sink.m_packets.back()[0], 0xFF) << "whole MPEG frames, without the RTP payload header";
+}
+
+TEST_F(NetworkSource, APlaylistUrlOpensItsStreamAndKeepsTheDigest) {
+    const std::string playlist = "#EXTM3U\n" + m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3") + "\n";
+    m_dir.file("radio.m3u", playlist);
+    LogCapture capture;
+    ASSERT_GE(m_source.Initialize(m_server.url("/files/radio.m3u"), ""), 0);
+    EXPECT_TRUE(capture.contains("Opening play list stream audio source " + m_server.url("/stream?")));
+    unsigned char digest[16];
+    std::string hex;
+    utils::md5_buffer(playlist.data(), static_cast<int>(playlist.size()), digest);
+    utils::convert_array_to_hex_string(digest, 16, hex);
+    EXPECT_EQ(m_source.GetPlaylistDigest(), hex);
+    bool changed = false;
+    EXPECT_GT(m_source.ProcessPacket(changed), 0);
+}
+
+}  // namespace

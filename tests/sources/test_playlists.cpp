@@ -1,0 +1,208 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <list>
+
+#include "CPLSParser.h"
+#include "CPlaylistFileMap.h"
+#include "CURLPlaylistAudioSource.h"
+#include "LogCapture.h"
+#include "SourceFixtures.h"
+
+namespace {
+
+struct PlsCase {
+    const char* name;
+    const char* content;
+    int parse_result;
+    std::list<std::string> urls;
+};
+
+void PrintTo(const PlsCase& c, std::ostream* os) { *os << c.name; }
+
+class PlsParsing : public ::testing::TestWithParam<PlsCase> {};
+
+TEST_P(PlsParsing, ListsTheUrlEntriesInOrder) {
+    ScratchDir dir;
+    CPLSParser parser;
+    EXPECT_EQ(parser.Parse(dir.file("list.pls", GetParam().content).c_str()), GetParam().parse_result);
+    std::list<std::string> urls;
+    parser.GetURLs(urls);
+    EXPECT_EQ(urls, GetParam().urls);
+    parser.Release();
+    parser.GetURLs(urls);
+    EXPECT_EQ(urls, GetParam().urls) << "nothing more once released";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, PlsParsing,
+    ::testing::Values(
+        PlsCase{"NamesMatchInAnyCaseAndLocalFilesAreSkipped",
+                "[Playlist]\nNumberOfEntries=2\nFile1=a.mp3\nFile2=http://h/b\n", 0, {"http://h/b"}},
+        PlsCase{"HexadecimalCount", "[playlist]\nnumberofentries=0x2\nfile1=http://h/1\nfile2=http://h/2\n", 0,
+                {"http://h/1", "http://h/2"}},
+        PlsCase{"OctalCount", "[playlist]\nnumberofentries=010\nfile8=http://h/8\nfile9=http://h/9\n", 0,
+                {"http://h/8"}},
+        PlsCase{"CountLimitsTheEntries", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile2=http://h/2\n", 0,
+                {"http://h/1"}},
+        PlsCase{"RepeatedKeysAreJoined", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile1=http://h/2\n", 0,
+                {"http://h/1\nhttp://h/2"}},
+        PlsCase{"CommentsAndColons", "; a comment\n[playlist]\n# another\nnumberofentries: 1\nfile1 : http://h/1 \n", 0,
+                {"http://h/1"}},
+        PlsCase{"NoCountNoEntries", "[playlist]\nfile1=http://h/1\n", 0, {}},
+        PlsCase{"MalformedLine", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nno equals sign here\n", 4, {}}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(PlsParsingLimits, HandlesAHundredThousandEntriesAndAMissingFile) {
+    ScratchDir dir;
+    std::string content = "[playlist]\nnumberofentries=100000\n";
+    for (int i = 1; i <= 100000; ++i) content += "File" + std::to_string(i) + "=http://h/" + std::to_string(i) + "\n";
+    CPLSParser parser;
+    ASSERT_EQ(parser.Parse(dir.file("big.pls", content).c_str()), 0);
+    std::list<std::string> urls;
+    parser.GetURLs(urls);
+    ASSERT_EQ(urls.size(), 100000u);
+    EXPECT_EQ(urls.back(), "http://h/100000");
+    EXPECT_EQ(parser.Parse((dir.path() + "/missing.pls").c_str()), -1);
+}
+
+// A playlist map over a scratch playlist folder ("<dir>/") whose media folder holds a.mp3 and b.mp3.
+class PlaylistMap : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dir.file("a.mp3", "");
+        m_dir.file("b.mp3", "");
+        ASSERT_EQ(m_map.SetFolders(m_dir.path() + "/", m_dir.path() + "/"), 0);
+    }
+    int Parse(const std::string& content, bool check_files = false) {
+        m_dir.file("p.m3u", content);
+        return m_map.ParsePlaylist("p.m3u", check_files);
+    }
+    std::vector<std::string> PlayOrder() {
+        std::vector<std::string> order;
+        std::string path;
+        for (unsigned i = 0; i < m_map.GetCount(); ++i) {
+            m_map.MoveTo(i, path);
+            order.push_back(path);
+        }
+        return order;
+    }
+
+    ScratchDir m_dir;
+    CPlaylistFileMap m_map;
+};
+
+TEST_F(PlaylistMap, KeepsTracksWithTheirCommentsAndIgnoresWhatCannotBeATrack) {
+    EXPECT_EQ(Parse("#./first.mp3\n#./a.mp3\na.mp3\n\n  b.mp3\t\r\nc.mp\n   \n#./Some Song.mp3\nsong.mp3"), 3);
+    EXPECT_EQ(PlayOrder(), (std::vector<std::string>{"a.mp3", "b.mp3", "song.mp3"}));
+    std::string path, comment;
+    m_map.MoveTo(0, path);
+    m_map.GetCurrent(path, comment);
+    EXPECT_EQ(comment, "#./a.mp3") << "the comment on the first line of the file is never pending";
+    m_map.MoveTo(1, path);
+    m_map.GetCurrent(path, comment);
+    EXPECT_EQ(comment, "") << "a comment belongs to one track only";
+
+    std::string shown;
+    EXPECT_EQ(m_map.GetNext(shown, true), 0);
+    EXPECT_EQ(shown, "Some Song");
+    m_map.MoveTo(0, path);
+    EXPECT_EQ(m_map.GetNext(shown, true), 0);
+    EXPECT_EQ(shown, "b.mp3");
+}
+
+TEST_F(PlaylistMap, AMissingPlaylistChangesNothing) {
+    Parse("a.mp3\nb.mp3\n");
+    EXPECT_EQ(m_map.ParsePlaylist("missing.m3u", false), CPlaylistFileMap::kMissing);
+    EXPECT_EQ(m_map.GetCount(), 2u);
+    EXPECT_EQ(m_map.SetFolders(m_dir.path() + "/nowhere/", m_dir.path()), CPlaylistFileMap::kMissing);
+}
+
+TEST_F(PlaylistMap, TheCursorWrapsBothWaysAndMoveToOutOfRangeStays) {
+    Parse("one.mp3\ntwo.mp3\nthree.mp3\n");
+    std::string path;
+    EXPECT_EQ(m_map.MoveToNext(path), 1) << "from the end to the first track";
+    EXPECT_EQ(path, "one.mp3");
+    EXPECT_EQ(m_map.MoveToPrevious(path), 1);
+    EXPECT_EQ(path, "three.mp3");
+    EXPECT_EQ(m_map.MoveToNext(path), 1);
+    EXPECT_EQ(path, "one.mp3");
+    EXPECT_EQ(m_map.MoveToNext(path), 0);
+    EXPECT_EQ(path, "two.mp3");
+    EXPECT_EQ(m_map.MoveTo(7, path), 0);
+    EXPECT_EQ(path, "two.mp3");
+    EXPECT_EQ(m_map.MoveToPrevious(path), 0);
+    EXPECT_EQ(path, "one.mp3");
+    CPlaylistFileMap empty;
+    path = "untouched";
+    EXPECT_EQ(empty.MoveToNext(path), 1);
+    EXPECT_EQ(empty.MoveToPrevious(path), 1);
+    EXPECT_EQ(empty.GetNext(path, false), 1);
+    EXPECT_EQ(path, "untouched");
+}
+
+TEST_F(PlaylistMap, ShufflingNeverLosesATrackAndUnshufflingRestoresTheOrder) {
+    std::string content;
+    std::vector<std::string> tracks;
+    for (int i = 0; i < 200; ++i) {
+        tracks.push_back("track" + std::to_string(i) + ".mp3");
+        content += tracks.back() + "\n";
+    }
+    Parse(content);
+    EXPECT_TRUE(m_map.Shuffle());
+    std::vector<std::string> shuffled = PlayOrder();
+    EXPECT_NE(shuffled, tracks);
+    std::sort(shuffled.begin(), shuffled.end());
+    std::vector<std::string> sorted = tracks;
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(shuffled, sorted);
+
+    // Running off the end of a shuffled list deals a new order and offers its first track.
+    std::string path, next;
+    m_map.MoveTo(199, path);
+    const std::vector<std::string> before = PlayOrder();
+    m_map.MoveTo(199, path);
+    EXPECT_EQ(m_map.GetNext(next, false), 1);
+    const std::vector<std::string> after = PlayOrder();
+    EXPECT_NE(after, before);
+    EXPECT_EQ(next, after[0]);
+
+    EXPECT_TRUE(m_map.DontShuffle());
+    EXPECT_EQ(m_map.GetCurrent(path), 1);
+    EXPECT_EQ(path, "track0.mp3") << "the cursor is on the first track";
+    EXPECT_EQ(PlayOrder(), tracks);
+}
+
+TEST_F(PlaylistMap, CountsPlayableTracksUntilEveryOneHasFailed) {
+    EXPECT_EQ(Parse("a.mp3\nb.mp3\nmissing.mp3\n", true), 3);
+    std::string path;
+    EXPECT_EQ(m_map.GetNextPlayable(path), 1);
+    EXPECT_EQ(path, "a.mp3");
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_TRUE(m_map.HasPlayableTracks());
+        m_map.MoveToNext(path);
+        m_map.SetCurrentPlayable(false);
+    }
+    EXPECT_FALSE(m_map.HasPlayableTracks());
+    EXPECT_EQ(m_map.GetNextPlayable(path), 0);
+    m_map.ResetPlayableCount();
+    EXPECT_TRUE(m_map.HasPlayableTracks());
+}
+
+// A playlist of garbage neither crashes the map nor the M3U reader; an over-long line ends both.
+TEST_F(PlaylistMap, HostilePlaylistsEndCleanly) {
+    std::string garbage = "a.mp3\n";
+    for (int i = 0; i < 3000; ++i) garbage += static_cast<char>((i * 7919) % 256);
+    garbage += "\nb.mp3\n" + std::string(10000, 'x') + "\nhttp://after.long/line\nc.mp3\n";
+    const int tracks = Parse(garbage);
+    std::string path;
+    ASSERT_GE(tracks, 2);
+    EXPECT_EQ(m_map.MoveTo(static_cast<unsigned>(tracks - 1), path), 1);
+    EXPECT_EQ(path, std::string(1999, 'x')) << "the long line's start is its last track";
+    CURLPlaylistAudioSource resolver;
+    std::string url;
+    EXPECT_FALSE(resolver.GetURLfromM3U(m_dir.path() + "/p.m3u", url));
+    EXPECT_EQ(url, "");
+}
+
+}  // namespace
