@@ -127,39 +127,34 @@ TEST_F(NetworkSource, AStalledStreamEndsWithExitAfterTheLimitAndNotMuchLater) {
     EXPECT_EQ(m_source.GetTimeout(), 1) << "a time-out is no interrupt";
 }
 
-TEST_F(NetworkSource, InterruptAbortsABlockingOpenAtOnce) {
-    // Enough for the resolver's download, then silence in the middle of the demuxer's probe.
-    const std::string url = m_server.url("/stream?stall=5000");
-    int result = 0;
+// Opens `url` on a worker thread, interrupts it half a second later from this one and returns how
+// long the open took to give up after the interrupt; `result` is what the open returned.
+double SecondsFromInterruptToReturn(CAudioSource& source, const std::string& url, int* result) {
     Clock::time_point returned;
     std::thread worker([&] {
-        result = m_source.Initialize(url, "");
+        *result = source.Initialize(url, "");
         returned = Clock::now();
     });
     std::this_thread::sleep_for(std::chrono::milliseconds(500));
     const auto interrupted = Clock::now();
-    m_source.Interrupt();
+    source.Interrupt();
     worker.join();
+    return std::chrono::duration<double>(returned - interrupted).count();
+}
+
+TEST_F(NetworkSource, InterruptAbortsABlockingOpenAtOnce) {
+    // Enough for the resolver's download, then silence in the middle of the demuxer's probe.
+    int result = 0;
+    EXPECT_LT(SecondsFromInterruptToReturn(m_source, m_server.url("/stream?stall=5000"), &result), 0.5);
     EXPECT_EQ(result, AVERROR_EXIT);
-    EXPECT_LT(std::chrono::duration<double>(returned - interrupted).count(), 0.5);
 }
 
 TEST_F(NetworkSource, InterruptAbortsABlockingPlaylistDownloadAtOnce) {
     // A playlist reply whose body never comes: the resolver's download blocks, not the demuxer.
-    const std::string url = m_server.url("/stream?stall=0&ct=audio/x-mpegurl");
     int result = 0;
-    Clock::time_point returned;
-    std::thread worker([&] {
-        result = m_source.Initialize(url, "");
-        returned = Clock::now();
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const auto interrupted = Clock::now();
-    m_source.Interrupt();
-    worker.join();
-    EXPECT_LT(result, 0);
     // libcurl looks at its progress callback about once a second while a transfer is idle.
-    EXPECT_LT(std::chrono::duration<double>(returned - interrupted).count(), 1.5);
+    EXPECT_LT(SecondsFromInterruptToReturn(m_source, m_server.url("/stream?stall=0&ct=audio/x-mpegurl"), &result), 1.5);
+    EXPECT_LT(result, 0);
 }
 
 // Without a Content-Length the end of the connection is an I/O error, after the last whole packet.
