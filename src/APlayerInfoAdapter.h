@@ -8,6 +8,8 @@
 class APlayerInfoAdapter {
 public:
     static constexpr int kNoPlayer = -1;
+    // Every object's prefix until its owner hands it the player's own.
+    static constexpr const char* kDefaultPrefix = "PLAYBACK :";
 
     APlayerInfoAdapter() = default;
     virtual ~APlayerInfoAdapter() = default;
@@ -21,8 +23,14 @@ public:
     }
 
 protected:
+    // The prefix a part's set_player_prefix override keeps: the owner's text followed by its tag.
+    void set_tagged_prefix(const char* prefix, const char* tag) {
+        APlayerInfoAdapter::set_player_prefix(prefix);
+        AppendPrefix(tag);
+    }
+
     int m_player_id = kNoPlayer;
-    std::string m_prefix;
+    std::string m_prefix = kDefaultPrefix;
 };
 
 #endif

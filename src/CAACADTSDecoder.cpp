@@ -7,8 +7,7 @@ constexpr const char* kPrefixTag = " DECODER AAC+ ADTS:";
 }
 
 void CAACADTSDecoder::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 int CAACADTSDecoder::GetType() { return AUDIO_TYPE_AAC_ADTS; }

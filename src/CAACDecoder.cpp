@@ -22,8 +22,7 @@ CAACDecoder::CAACDecoder()
 CAACDecoder::~CAACDecoder() { DeInitialize(); }
 
 void CAACDecoder::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 int CAACDecoder::SetDecoderId(int) { return 0; }

@@ -60,8 +60,7 @@ void CAudioDecoderChain::DestroyChain() {
 }
 
 void CAudioDecoderChain::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
     if (m_aac != nullptr) m_aac->set_player_prefix(prefix);
     if (m_adts != nullptr) m_adts->set_player_prefix(prefix);
     if (m_mp3 != nullptr) m_mp3->set_player_prefix(prefix);

@@ -2,12 +2,6 @@
 
 #include "Logger.h"
 
-namespace {
-constexpr const char* kInitialPrefix = "PLAYBACK :";
-}
-
-CAudioOutput::CAudioOutput() { set_player_prefix(kInitialPrefix); }
-
 int CAudioOutput::SetDecoderId(int id) {
     int result = 0;
     for (IAudioOutput* output : m_outputs) {

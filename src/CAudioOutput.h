@@ -10,7 +10,7 @@
 // output) and passes formats and decoded blocks on to them. Worker thread only.
 class CAudioOutput : public IAudioOutput, public APlayerInfoAdapter {
 public:
-    CAudioOutput();
+    CAudioOutput() = default;
     ~CAudioOutput() override = default;
 
     int SetDecoderId(int id) override;

@@ -64,7 +64,6 @@ CAudioSource::CAudioSource()
     set_name("CAudioSource");
     set_context("");
     set_timeout(kSourceTimeoutSec);
-    APlayerInfoAdapter::set_player_prefix("PLAYBACK :");
     m_resolver.SetAbortCheck(this);
 }
 
@@ -75,8 +74,7 @@ CAudioSource::~CAudioSource() {
 }
 
 void CAudioSource::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
     const std::string resolver_prefix = std::string(GetPrefix()) + kResolverTag;
     m_resolver.set_player_prefix(resolver_prefix.c_str());
 }

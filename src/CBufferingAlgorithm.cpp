@@ -3,7 +3,6 @@
 #include "Logger.h"
 
 namespace {
-constexpr const char* kInitialPrefix = "PLAYBACK :";
 constexpr const char* kPrefixTag = " BUFFERING RTP:";
 constexpr int64_t kAccuracyMultiple = 5;
 }  // namespace
@@ -18,14 +17,12 @@ CBufferingAlgorithm::CBufferingAlgorithm(uint32_t level_ms, uint32_t acc_ms)
       m_acc_ticks5(0),
       m_filtered_delay(0),
       m_alpha(kAlpha) {
-    APlayerInfoAdapter::set_player_prefix(kInitialPrefix);
     m_rate = kDefaultRate;
     SetParams(level_ms, acc_ms);
 }
 
 void CBufferingAlgorithm::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 void CBufferingAlgorithm::recompute_ticks() {

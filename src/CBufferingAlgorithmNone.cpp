@@ -1,19 +1,16 @@
 #include "CBufferingAlgorithmNone.h"
 
 namespace {
-constexpr const char* kInitialPrefix = "PLAYBACK :";
 constexpr const char* kPrefixTag = " BUFFERING:";
 }  // namespace
 
 namespace BufferingAlgorithm {
 
 CBufferingAlgorithmNone::CBufferingAlgorithmNone() : m_level_ms(0), m_acc_ms(0) {
-    APlayerInfoAdapter::set_player_prefix(kInitialPrefix);
 }
 
 void CBufferingAlgorithmNone::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 void CBufferingAlgorithmNone::SetParams(uint32_t level_ms, uint32_t acc_ms) {

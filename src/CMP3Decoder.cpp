@@ -15,8 +15,7 @@ CMP3Decoder::CMP3Decoder() : m_handle(nullptr), m_outbuf(nullptr) {}
 CMP3Decoder::~CMP3Decoder() { DeInitialize(); }
 
 void CMP3Decoder::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 int CMP3Decoder::SetDecoderId(int) { return 0; }

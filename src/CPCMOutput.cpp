@@ -6,7 +6,6 @@
 #include "Logger.h"
 
 namespace {
-constexpr const char* kInitialPrefix = "PLAYBACK :";
 constexpr const char* kPrefixTag = " AUDIO OUT:";
 constexpr int kAllowAlsaResampling = 1;
 constexpr unsigned kResumeRetrySeconds = 1;
@@ -29,7 +28,6 @@ private:
 }  // namespace
 
 CPCMOutput::CPCMOutput() : m_hw_params(nullptr), m_device(kDefaultDevice), m_handle(nullptr) {
-    APlayerInfoAdapter::set_player_prefix(kInitialPrefix);
 }
 
 CPCMOutput::~CPCMOutput() {
@@ -37,8 +35,7 @@ CPCMOutput::~CPCMOutput() {
 }
 
 void CPCMOutput::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 int CPCMOutput::SetDecoderId(int) { return 0; }

@@ -42,8 +42,7 @@ CPCMOutputBuffered::CPCMOutputBuffered(BufferingAlgorithm::IBufferingAlgorithm* 
 CPCMOutputBuffered::~CPCMOutputBuffered() { DeInitialize(); }
 
 void CPCMOutputBuffered::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
     m_resampler.set_player_prefix(prefix);
     m_resampler.AppendPrefix(kResamplerTag);
 }

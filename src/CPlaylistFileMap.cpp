@@ -36,8 +36,7 @@ CPlaylistFileMap::CPlaylistFileMap()
 }
 
 void CPlaylistFileMap::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 int CPlaylistFileMap::SetFolders(const std::string& playlist_folder, const std::string& media_folder) {

@@ -12,7 +12,6 @@ extern "C" {
 
 namespace {
 constexpr const char* kSource = "src/CResampler";
-constexpr const char* kInitialPrefix = "PLAYBACK :";
 constexpr int kDeviceBits = 16;
 constexpr int kDeviceRate = 48000;
 constexpr int kDeviceChannels = 2;
@@ -40,9 +39,7 @@ CResampler::CResampler(IResamplerOutput* output)
       m_output_sample_format(AV_SAMPLE_FMT_S16),
       m_buffer(nullptr),
       m_buffer_samples(0),
-      m_init_count(0) {
-    set_player_prefix(kInitialPrefix);
-}
+      m_init_count(0) {}
 
 CResampler::~CResampler() {
     DeInitialize();

@@ -3,7 +3,6 @@
 #include "Logger.h"
 
 namespace {
-constexpr const char* kInitialPrefix = "PLAYBACK :";
 constexpr const char* kPrefixTag = " VOLUME CONTROL:";
 constexpr const char* kDefaultElement = "Playback";
 constexpr const char* kCard = "default";
@@ -20,14 +19,12 @@ CVolumeControlAdapter::CVolumeControlAdapter()
       m_selem_id(nullptr),
       m_element_name(kDefaultElement),
       m_element(nullptr) {
-    APlayerInfoAdapter::set_player_prefix(kInitialPrefix);
 }
 
 CVolumeControlAdapter::~CVolumeControlAdapter() { CloseMixer(); }
 
 void CVolumeControlAdapter::set_player_prefix(const char* prefix) {
-    APlayerInfoAdapter::set_player_prefix(prefix);
-    AppendPrefix(kPrefixTag);
+    set_tagged_prefix(prefix, kPrefixTag);
 }
 
 void CVolumeControlAdapter::set_element_name(const char* name) { m_element_name = name != nullptr ? name : ""; }

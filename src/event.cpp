@@ -33,16 +33,16 @@ event::~event() { pthread_cond_destroy(&m_cond); }
 void event::set() {
     scope_lock guard(*this);
     m_signaled = true;
-    ++m_generation;
-    if (m_broadcast)
-        pthread_cond_broadcast(&m_cond);
-    else
-        pthread_cond_signal(&m_cond);
+    wake_locked();
 }
 
 void event::pulse() {
     scope_lock guard(*this);
-    if (m_signaled) return;
+    if (!m_signaled) wake_locked();
+}
+
+// Called with the lock held: wakes one waiter, or all in broadcast mode.
+void event::wake_locked() {
     ++m_generation;
     if (m_broadcast)
         pthread_cond_broadcast(&m_cond);

@@ -31,6 +31,7 @@ public:
 
 private:
     int wait_locked(const timespec* deadline);
+    void wake_locked();
 
     pthread_cond_t m_cond;   // guarded by the event's lock
     bool m_broadcast;        // fixed at construction
