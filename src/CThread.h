@@ -11,9 +11,11 @@
 
 namespace utils {
 
-// A named, detached POSIX thread with a scheduling policy and priority, a start handshake, sleeping
-// and waking (suspend/resume), and a stop that waits a bounded time and cancels as a last resort.
-// Derived classes put their loop in run() and test m_run once per pass.
+// A named POSIX thread with a scheduling policy and priority, a start handshake, sleeping and waking
+// (suspend/resume), and a stop that waits a bounded time and cancels as a last resort. A thread that
+// ended is joined by its owner, so once stop() returns nothing of it touches the object any more:
+// the owner may start it again or destroy it. Derived classes put their loop in run() and test m_run
+// once per pass.
 class CThread {
 public:
     static constexpr uint64_t kInfinite = event::kInfinite;
@@ -63,8 +65,14 @@ protected:
 
 private:
     void body();
+    void apply_own_schedule();
+    // Owner side: waits for a thread that has signalled its end to be gone.
+    void join_ended();
 
-    std::atomic<bool> m_alive;      // atomic: from pthread_create until the thread's last access
+    std::atomic<bool> m_alive;      // atomic: from pthread_create until the thread signals its end
+    mutable event m_end;            // own lock; the thread's end signal, set after m_alive is cleared
+    pthread_t m_joinable;           // owner side only: the last thread started and not yet joined
+    bool m_has_joinable;            // owner side only
     bool m_apply_schedule;          // written by start() before the handshake
 };
 

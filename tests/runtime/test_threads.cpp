@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 #include <unistd.h>
 
@@ -38,30 +39,32 @@ TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
     EXPECT_TRUE(other_got_it);
 }
 
-TEST(Event, WaitZeroTimesOutAtOnceAndLeavesTheLockFree) {
-    utils::event ev;
+TEST(Event, ASetIsKeptUntilOneWaitConsumesItAndAZeroWaitTimesOutAtOnce) {
+    utils::event ev(false, false);
     const auto start = Clock::now();
     EXPECT_EQ(ev.wait(0), 110);
-    EXPECT_LT(elapsed_ms(start), kPromptMs);
-    // A second thread can still signal it: the lock was released on the time-out path.
-    std::thread([&] { ev.set(); }).join();
-    EXPECT_EQ(ev.wait(0), 0);
-}
-
-TEST(Event, SetBeforeWaitIsNotLostAndIsConsumed) {
-    utils::event ev(false, false);
-    ev.set();
-    const auto start = Clock::now();
+    std::thread([&] { ev.set(); }).join();  // the time-out path released the lock
     EXPECT_EQ(ev.wait(5000), 0);
     EXPECT_LT(elapsed_ms(start), kPromptMs);
-    EXPECT_EQ(ev.wait(0), 110);
+    EXPECT_EQ(ev.wait(0), 110) << "the set was consumed";
 }
 
-TEST(Event, TimedWaitRunsOutWithEtimedout) {
+// Deadlines live on the monotonic clock, so a wall clock stepped by decades at boot neither fires
+// nor freezes a wait: an absolute monotonic deadline is honoured to the millisecond, and the
+// relative helper counts from the monotonic now.
+TEST(Event, DeadlinesAreOnTheMonotonicClock) {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    const timespec deadline = utils::deadline_after_ms(100);
+    const int64_t ahead_ms = (deadline.tv_sec - now.tv_sec) * 1000 + (deadline.tv_nsec - now.tv_nsec) / 1000000;
+    EXPECT_GE(ahead_ms, 99);
+    EXPECT_LT(ahead_ms, 100 + kPromptMs);
+
     utils::event ev;
     const auto start = Clock::now();
-    EXPECT_EQ(ev.wait(50), 110);
-    EXPECT_GE(elapsed_ms(start), 45);
+    EXPECT_EQ(ev.wait(deadline), 110);
+    EXPECT_GE(elapsed_ms(start), 95) << "the wait measured its deadline on another clock";
+    EXPECT_LT(elapsed_ms(start), 100 + kPromptMs);
 }
 
 TEST(Event, PulseWakesOnlyAThreadAlreadyWaiting) {
@@ -140,15 +143,31 @@ TEST(Thread, StopEndsASuspendedThreadAtOnceWithoutKilling) {
     EXPECT_EQ(capture.count("killed"), 0);
 }
 
-TEST(Thread, CanBeStartedAgainAfterItEnded) {
-    SleepingThread thread("again");
-    for (int round = 0; round < 3; ++round) {
-        thread.m_started = false;
-        ASSERT_EQ(thread.start(nullptr, SCHED_OTHER, 0), 0);
-        wait_until(thread.m_started);
-        thread.stop(500);
-        EXPECT_EQ(thread.thread_id(), 0u);
+// The owner may start an object again, or destroy it, the moment stop() returns: the ending thread
+// must not touch the object after that, nor let its end release the next run's start handshake.
+TEST(Thread, StopThenRestartOrDestroyInALoopLeavesNothingBehind) {
+    constexpr int kRounds = 2000;
+    LogCapture capture(Logger::kDefaultMask);
+    SleepingThread reused("again");
+    int token = 0;
+    for (int round = 0; round < kRounds; ++round) {
+        reused.m_arg_seen = nullptr;
+        ASSERT_EQ(reused.start(&token, SCHED_OTHER, 0), 0);
+        reused.stop(500);
+        ASSERT_EQ(reused.thread_id(), 0u);
+
+        auto owned = std::make_unique<SleepingThread>("churn");
+        ASSERT_EQ(owned->start(nullptr, SCHED_OTHER, 0), 0);
+        owned->stop(500);
+        owned.reset();
     }
+    // A run that really started still sees its own argument.
+    reused.m_started = false;
+    reused.start(&token, SCHED_OTHER, 0);
+    wait_until(reused.m_started);
+    EXPECT_EQ(reused.m_arg_seen, &token);
+    reused.stop(500);
+    EXPECT_EQ(capture.count("killed"), 0);
 }
 
 // Ignores its run flag: only cancellation ends it.
@@ -158,8 +177,7 @@ public:
     void run(void*) override {
         m_started = true;
         for (;;) usleep(2000);
-    }
-    std::atomic<bool> m_started{false};
+    }    std::atomic<bool> m_started{false};
 };
 
 TEST(Thread, StopCancelsAThreadThatIgnoresItsRunFlag) {
