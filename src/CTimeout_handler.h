@@ -5,8 +5,9 @@
 #include <ctime>
 #include <string>
 
-// A wall-clock time-out in whole seconds for blocking network operations, which another thread can
-// also break off at once (interrupt). The limit is the only value shared between threads.
+// A time-out in whole seconds for blocking network operations, which another thread can also break
+// off at once (interrupt). The limit is the only value shared between threads. Seconds are counted on
+// the monotonic clock, so a wall clock stepped by the network time neither fires nor stalls it.
 class CTimeout_handler {
 public:
     using TimeSource = time_t (*)(time_t*);
@@ -27,8 +28,10 @@ public:
     const std::string& name() const { return m_name; }
     const std::string& context() const { return m_context; }
 
-    // Replaces time() as the clock; lets tests place the clock on a chosen second.
+    // Replaces the clock; lets tests place it on a chosen second.
     void set_time_source(TimeSource source) { m_time_source = source; }
+    // The default clock: whole seconds of the monotonic clock, with time()'s signature.
+    static time_t monotonic_seconds(time_t* out);
 
 protected:
     std::atomic<int> m_timeout;  // atomic: written by host threads (interrupt, set_timeout)

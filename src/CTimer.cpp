@@ -22,10 +22,25 @@ uint64_t key_of(const timespec& t) {
     return static_cast<uint64_t>(t.tv_sec) * kNanosPerSecond + static_cast<uint64_t>(t.tv_nsec);
 }
 
-timespec realtime_now() {
+timespec clock_now() {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(utils::event::kWaitClock, &now);
     return now;
+}
+
+// The wait clock's time of a wall-clock second: a caller's absolute start, converted once.
+timespec clock_time_of(time_t wall_second) {
+    timespec wall;
+    clock_gettime(CLOCK_REALTIME, &wall);
+    const timespec now = clock_now();
+    const int64_t offset_ns = (static_cast<int64_t>(wall_second) - wall.tv_sec) * static_cast<int64_t>(kNanosPerSecond) -
+                              wall.tv_nsec;
+    const int64_t at_ns = static_cast<int64_t>(now.tv_sec) * static_cast<int64_t>(kNanosPerSecond) + now.tv_nsec + offset_ns;
+    const int64_t clamped = at_ns < 0 ? 0 : at_ns;
+    timespec at;
+    at.tv_sec = static_cast<time_t>(clamped / static_cast<int64_t>(kNanosPerSecond));
+    at.tv_nsec = static_cast<long>(clamped % static_cast<int64_t>(kNanosPerSecond));
+    return at;
 }
 }  // namespace
 
@@ -78,10 +93,9 @@ uint32_t CTimer::start_timer(uint64_t interval, ITimerEventHandler& handler, voi
     record.interval = interval;
     record.id = s_next_id.fetch_add(1);
     record.multiple = 1;
-    record.origin = realtime_now();
+    record.origin = clock_now();
     if (start != 0) {
-        record.origin.tv_sec = start;
-        record.origin.tv_nsec = 0;
+        record.origin = clock_time_of(start);
         record.multiple = 0;
     }
     record.multiple_limit = kMaxU64 / interval;
@@ -94,7 +108,7 @@ uint32_t CTimer::start_timer(uint64_t interval, ITimerEventHandler& handler, voi
 void CTimer::schedule(Record record) {
     uint64_t multiple = record.multiple;
     if (record.multiple > record.multiple_limit) {
-        record.origin = realtime_now();
+        record.origin = clock_now();
         multiple = 1;
         record.multiple = 2;
     } else {

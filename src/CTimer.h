@@ -52,7 +52,7 @@ private:
         uint64_t multiple;
         uint64_t multiple_limit;
     };
-    // Deadline in nanoseconds since the epoch, then the id: two timers due on the same nanosecond
+    // Deadline in nanoseconds on the wait clock, then the id: two timers due on the same nanosecond
     // both stay scheduled, and a delivery erases exactly the record it delivered.
     using Key = std::pair<uint64_t, uint32_t>;
     using Schedule = std::map<Key, Record>;

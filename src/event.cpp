@@ -14,7 +14,7 @@ namespace utils {
 
 timespec deadline_after_ms(uint64_t ms) {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(event::kWaitClock, &now);
     timespec deadline;
     deadline.tv_sec = now.tv_sec + static_cast<time_t>(ms / kMillisPerSecond);
     long nanos = now.tv_nsec + static_cast<long>(ms % kMillisPerSecond) * kNanosPerMilli;
@@ -25,7 +25,13 @@ timespec deadline_after_ms(uint64_t ms) {
 
 event::event(bool broadcast, bool signaled)
     : m_broadcast(broadcast), m_signaled(signaled), m_generation(0) {
-    if (pthread_cond_init(&m_cond, nullptr) != 0) KLOG_ERROR("Event could not be initialized\n");
+    // Deadlines are measured on the monotonic clock: a device without a battery-backed clock boots
+    // in 1970 and steps the wall clock by decades once the network time arrives.
+    pthread_condattr_t attributes;
+    pthread_condattr_init(&attributes);
+    pthread_condattr_setclock(&attributes, kWaitClock);
+    if (pthread_cond_init(&m_cond, &attributes) != 0) KLOG_ERROR("Event could not be initialized\n");
+    pthread_condattr_destroy(&attributes);
 }
 
 event::~event() { pthread_cond_destroy(&m_cond); }

@@ -15,6 +15,8 @@ namespace utils {
 // waiter, which clears the state. All fields are guarded by the event's own lock.
 class event : private mutex {
 public:
+    // The clock of every deadline: waits, the timer grid and the fader do not follow wall-clock steps.
+    static constexpr clockid_t kWaitClock = CLOCK_MONOTONIC;
     static constexpr uint64_t kInfinite = 0xFFFFFFFFu;
     static constexpr int kTimedOut = 110;  // ETIMEDOUT
 
@@ -26,7 +28,7 @@ public:
     void reset();
     // 0 when woken or already signalled, kTimedOut when the time ran out, else the wait's error.
     int wait(uint64_t timeout_ms);
-    // The same against an absolute CLOCK_REALTIME deadline.
+    // The same against an absolute deadline on kWaitClock.
     int wait(const timespec& deadline);
 
 private:
@@ -39,7 +41,7 @@ private:
     uint64_t m_generation;   // guarded by the event's lock; counts set() and pulse() calls
 };
 
-// The CLOCK_REALTIME time `ms` milliseconds from now, as waits and timers take it.
+// The kWaitClock time `ms` milliseconds from now, as waits and timers take it.
 timespec deadline_after_ms(uint64_t ms);
 
 }  // namespace utils

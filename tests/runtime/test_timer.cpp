@@ -15,20 +15,20 @@ namespace {
 
 using std::chrono::milliseconds;
 
-int64_t realtime_ms() {
+int64_t monotonic_ms() {
     timespec now;
-    clock_gettime(CLOCK_REALTIME, &now);
+    clock_gettime(CLOCK_MONOTONIC, &now);
     return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
 }
 
-// Records the wall-clock millisecond of every expiry; optionally works for a while in the handler.
+// Records the millisecond of every expiry; optionally works for a while in the handler.
 class RecordingHandler : public ITimerEventHandler {
 public:
     explicit RecordingHandler(int work_ms = 0) : m_work_ms(work_ms) {}
     void on_timer(void* data) override {
         {
             std::lock_guard<std::mutex> guard(m_lock);
-            m_times.push_back(realtime_ms());
+            m_times.push_back(monotonic_ms());
             m_data = data;
         }
         if (m_work_ms > 0) std::this_thread::sleep_for(milliseconds(m_work_ms));
@@ -43,8 +43,8 @@ public:
         return m_data;
     }
     bool wait_for(size_t n, int timeout_ms) {
-        const int64_t end = realtime_ms() + timeout_ms;
-        while (count() < n && realtime_ms() < end) std::this_thread::sleep_for(milliseconds(2));
+        const int64_t end = monotonic_ms() + timeout_ms;
+        while (count() < n && monotonic_ms() < end) std::this_thread::sleep_for(milliseconds(2));
         return count() >= n;
     }
 
@@ -82,7 +82,7 @@ TEST_F(TimerTest, OneShotFiresOnceAboutOneIntervalLaterAndLeavesTheSchedule) {
     RecordingHandler handler;
     int payload = 0;
     const size_t before = timer().pending();
-    const int64_t start = realtime_ms();
+    const int64_t start = monotonic_ms();
     TimerGuard guard(timer().start_timer(10, handler, &payload, false, 0));
     ASSERT_TRUE(handler.wait_for(1, 1000));
     std::this_thread::sleep_for(milliseconds(60));
@@ -98,7 +98,7 @@ TEST_F(TimerTest, PeriodicTimerStaysOnItsGridWhenTheHandlerIsSlow) {
     constexpr int kInterval = 100;
     constexpr size_t kExpiries = 10;
     RecordingHandler handler(30);
-    const int64_t origin = realtime_ms();
+    const int64_t origin = monotonic_ms();
     {
         TimerGuard guard(timer().start_timer(kInterval, handler, nullptr, true, 0));
         ASSERT_TRUE(handler.wait_for(kExpiries, kInterval * (kExpiries + 5)));
@@ -113,7 +113,7 @@ TEST_F(TimerTest, PeriodicTimerStaysOnItsGridWhenTheHandlerIsSlow) {
 
 TEST_F(TimerTest, RestartMovesThePendingExpiryToTheNextGridPoint) {
     RecordingHandler handler;
-    const int64_t origin = realtime_ms();
+    const int64_t origin = monotonic_ms();
     {
         TimerGuard guard(timer().start_timer(100, handler, nullptr, true, 0));
         std::this_thread::sleep_for(milliseconds(50));
@@ -154,7 +154,7 @@ TEST_F(TimerTest, DeletingATimerFromItsOwnHandlerStopsIt) {
 TEST_F(TimerTest, AStartInThePastCatchesUpOnEveryMissedGridPoint) {
     RecordingHandler handler;
     const time_t one_second_ago = time(nullptr) - 1;
-    const int64_t begin = realtime_ms();
+    const int64_t begin = monotonic_ms();
     {
         TimerGuard guard(timer().start_timer(100, handler, nullptr, true, one_second_ago));
         // At least the ten points of the past second are due at once.
