@@ -84,10 +84,13 @@ int CMP3Decoder::update_format() {
     return AssignAudioFormat(m_format);
 }
 
-void CMP3Decoder::send_pcm(size_t bytes, unsigned int lost_packets) {
+// The packets lost before this packet are reported once, with its first block: the output conceals
+// them once, however many blocks the packet decodes to.
+void CMP3Decoder::send_pcm(size_t bytes, unsigned int& lost_packets) {
     const int frame = frame_bytes();
     if (frame == 0 || bytes == 0) return;
     SendAudio(m_outbuf, static_cast<uint16_t>(bytes / static_cast<size_t>(frame)), lost_packets);
+    lost_packets = 0;
 }
 
 int CMP3Decoder::WriteBuffer(const uint8_t* data, uint16_t size, unsigned int lost_packets) {
@@ -112,7 +115,7 @@ int CMP3Decoder::WriteBuffer(const uint8_t* data, uint16_t size, unsigned int lo
             return result;
         }
     }
-    send_pcm(done, 0);
+    send_pcm(done, lost_packets);
 
     while (r != MPG123_ERR && r != MPG123_NEED_MORE) {
         r = mpg123_decode(m_handle, nullptr, 0, m_outbuf, kOutputBufferBytes, &done);

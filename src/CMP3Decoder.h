@@ -32,7 +32,7 @@ private:
     // Reads the decoder's format and announces it; the output's result, or mpg123's error.
     int update_format();
     int frame_bytes() const { return m_format.bits * m_format.channels / 8; }
-    void send_pcm(size_t bytes, unsigned int lost_packets);
+    void send_pcm(size_t bytes, unsigned int& lost_packets);
 
     mpg123_handle* m_handle;
     uint8_t* m_outbuf;  // kOutputBufferBytes, owned
