@@ -4,7 +4,6 @@
 
 namespace {
 constexpr const char* kPrefixTag = " BUFFERING RTP:";
-constexpr int64_t kAccuracyMultiple = 5;
 }  // namespace
 
 namespace BufferingAlgorithm {
@@ -14,7 +13,6 @@ CBufferingAlgorithm::CBufferingAlgorithm(uint32_t level_ms, uint32_t acc_ms)
       m_level_ticks(0),
       m_acc_ms(0),
       m_acc_ticks(0),
-      m_acc_ticks5(0),
       m_filtered_delay(0),
       m_alpha(kAlpha) {
     m_rate = kDefaultRate;
@@ -28,7 +26,6 @@ void CBufferingAlgorithm::set_player_prefix(const char* prefix) {
 void CBufferingAlgorithm::recompute_ticks() {
     m_level_ticks = MsToSamples(static_cast<int>(m_level_ms));
     m_acc_ticks = MsToSamples(static_cast<int>(m_acc_ms));
-    m_acc_ticks5 = kAccuracyMultiple * m_acc_ticks;
 }
 
 void CBufferingAlgorithm::SetParams(uint32_t level_ms, uint32_t acc_ms) {

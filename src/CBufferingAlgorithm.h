@@ -33,7 +33,6 @@ private:
     int64_t m_level_ticks;
     uint32_t m_acc_ms;
     int64_t m_acc_ticks;
-    int64_t m_acc_ticks5;
     double m_filtered_delay;
     double m_alpha;
 };

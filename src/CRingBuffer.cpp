@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -12,9 +11,7 @@ CRingBuffer::CRingBuffer()
       m_rptr(0),
       m_element_size(1),
       m_capacity(0),
-      m_size(0),
-      m_written(0),
-      m_never_full(true) {}
+      m_size(0) {}
 
 CRingBuffer::~CRingBuffer() { Free(); }
 
@@ -33,8 +30,6 @@ int CRingBuffer::Init(uint32_t element_size, uint32_t capacity) {
     m_size = static_cast<uint32_t>(size);
     m_wptr = 0;
     m_rptr = 0;
-    m_written = 0;
-    m_never_full = true;
     return 0;
 }
 
@@ -46,7 +41,6 @@ void CRingBuffer::Free() {
     m_size = 0;
     m_wptr = 0;
     m_rptr = 0;
-    m_written = 0;
 }
 
 uint32_t CRingBuffer::Write(const uint8_t* src, uint32_t count) {
@@ -59,12 +53,10 @@ uint32_t CRingBuffer::Write(const uint8_t* src, uint32_t count) {
         src += tail;
         bytes -= tail;
         m_wptr = 0;
-        m_never_full = false;
     }
     std::memcpy(m_buffer + m_wptr, src, bytes);
     m_wptr += bytes;
     if (m_wptr == m_size) m_wptr = 0;
-    m_written = std::min(m_capacity, m_written + count);
     return count;
 }
 
@@ -88,8 +80,6 @@ uint32_t CRingBuffer::Read(uint8_t* dst, uint32_t count) {
 void CRingBuffer::Reset() {
     utils::scope_lock guard(*this);
     m_rptr = m_wptr;
-    m_written = 0;
-    m_never_full = true;
 }
 
 uint32_t CRingBuffer::count_locked() const {
@@ -128,21 +118,3 @@ uint32_t CRingBuffer::WriteOffset() {
 }
 
 // The diagnostic lines go to standard output: this is a debugging aid, not an operating event.
-uint32_t CRingBuffer::Rewind(uint32_t count) {
-    utils::scope_lock guard(*this);
-    const uint32_t n = m_element_size * std::min(count, m_written);
-    std::printf("size=%lu, element_count=%lu, m_rptr=%lu, m_wptr=%lu\n", static_cast<unsigned long>(m_size - 1),
-                static_cast<unsigned long>(n), static_cast<unsigned long>(m_rptr), static_cast<unsigned long>(m_wptr));
-    if (n <= m_rptr) {
-        m_rptr -= n;
-    } else if (m_never_full) {
-        std::printf("Buffer was never full");
-        m_rptr = 0;
-    } else {
-        std::printf("Buffer was full once");
-        m_rptr = m_size + m_rptr - n;
-    }
-    std::printf("flashback m_rptr=%lu, m_wptr=%lu\n", static_cast<unsigned long>(m_rptr),
-                static_cast<unsigned long>(m_wptr));
-    return count_locked();
-}

@@ -25,8 +25,6 @@ public:
     void Reset();
     uint32_t Count();
     uint32_t FreeSpace();
-    // Moves the read offset back by up to `count` elements over data already read; Count() after.
-    uint32_t Rewind(uint32_t count);
 
     uint32_t Capacity();
     bool IsAllocated();
@@ -43,8 +41,6 @@ private:
     uint32_t m_element_size;
     uint32_t m_capacity;
     uint32_t m_size;
-    uint32_t m_written;        // elements written since the last Reset, saturating at m_capacity
-    bool m_never_full;         // the write offset has not wrapped since Init or Reset
 };
 
 #endif

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cmath>
+
 #include "CBufferingAlgorithm.h"
 #include "CBufferingAlgorithmNone.h"
 #include "LogCapture.h"
@@ -21,43 +23,59 @@ protected:
     CBufferingAlgorithm m_algorithm{200, 20};
 };
 
-TEST_F(Rtp, LevelAndAccuracyAreTicksAtTheSampleRate) {
-    EXPECT_EQ(m_algorithm.GetLevelTicks(), 9600);
-    EXPECT_EQ(m_algorithm.GetAccuracyTicks(), 960);
-}
+struct CorrectionCase {
+    int64_t level;  // the smoothed level the block meets (target 9600, band 960)
+    int frames;
+    int64_t count;
+    const char* line;  // "" when the block passes unchanged
+};
 
-TEST_F(Rtp, ALevelAboveTheBandDropsOneBand) {
+class RtpCorrection : public Rtp, public ::testing::WithParamInterface<CorrectionCase> {};
+
+TEST_P(RtpCorrection, ALevelOutsideTheBandMovesOneBandAndPullsTheFilterAlong) {
     LogCapture capture;
-    SettleAt(10600);
-    int64_t count = 0;
-    EXPECT_EQ(m_algorithm.WriteFrame(10600, kBlock, true, &count, 0), ACTION_WRITE);
-    EXPECT_EQ(count, 192);
-    EXPECT_TRUE(capture.contains(
-        "CBufferingAlgorithm::WriteFrame(): buffer level too high (DELTA=1000) > (ACC=960) -> dropping 960 samples"));
-    EXPECT_DOUBLE_EQ(m_algorithm.GetFilteredDelay(), 9640) << "the filter moves with the correction";
-}
-
-TEST_F(Rtp, ALevelBelowTheBandDuplicatesOneBand) {
-    LogCapture capture;
-    SettleAt(8600);
-    int64_t count = 0;
-    EXPECT_EQ(m_algorithm.WriteFrame(8600, kBlock, true, &count, 0), ACTION_WRITE);
-    EXPECT_EQ(count, 2112);
-    EXPECT_TRUE(capture.contains("buffer level too low (DELTA=-1000) < -(ACC=960) -> duplicating 960 samples"));
-}
-
-TEST_F(Rtp, InsideTheBandTheBlockPassesUnchanged) {
-    SettleAt(9600 + 959);
-    int64_t count = 0;
-    EXPECT_EQ(m_algorithm.WriteFrame(9600 + 959, kBlock, true, &count, 0), ACTION_WRITE);
-    EXPECT_EQ(count, kBlock);
-}
-
-TEST_F(Rtp, AShortBlockNeverGetsANegativeCount) {
-    SettleAt(12000);
+    const CorrectionCase& c = GetParam();
+    SettleAt(c.level);
     int64_t count = -1;
-    EXPECT_EQ(m_algorithm.WriteFrame(12000, 100, true, &count, 0), ACTION_WRITE);
-    EXPECT_EQ(count, 0);
+    EXPECT_EQ(m_algorithm.WriteFrame(c.level, c.frames, true, &count, 0), ACTION_WRITE);
+    EXPECT_EQ(count, c.count);
+    const int64_t moved = c.frames - c.count < 0 ? 960 : (c.count == c.frames ? 0 : -960);
+    EXPECT_DOUBLE_EQ(m_algorithm.GetFilteredDelay(), static_cast<double>(c.level + moved));
+    if (*c.line != '\0') {
+        EXPECT_TRUE(capture.contains(c.line));
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Band, RtpCorrection,
+    ::testing::Values(
+        CorrectionCase{10600, kBlock, 192, "buffer level too high (DELTA=1000) > (ACC=960) -> dropping 960 samples"},
+        CorrectionCase{8600, kBlock, 2112, "buffer level too low (DELTA=-1000) < -(ACC=960) -> duplicating 960 samples"},
+        CorrectionCase{9600 + 960, kBlock, kBlock, ""}, CorrectionCase{9600 - 960, kBlock, kBlock, ""},
+        CorrectionCase{12000, 100, 0, "dropping 960 samples"}));
+
+// The filter is a first-order low pass with a time constant of 1 / (1 - alpha) = 1250 blocks: a step
+// of the real level inside the band shows 63 % of itself after one time constant, and a step of
+// 2000 ticks crosses the 960-tick band after ln(1 - 961 / 2000) / ln(alpha) blocks, not before.
+TEST_F(Rtp, TheFilterFollowsAStepWithItsTimeConstant) {
+    const double alpha = CBufferingAlgorithm::kAlpha;
+    const int time_constant = static_cast<int>(1 / (1 - alpha) + 0.5);
+    SettleAt(9600);
+    int64_t count = 0;
+    m_algorithm.WriteFrame(9600 + 900, kBlock, true, &count, 0);
+    EXPECT_NEAR(m_algorithm.GetFilteredDelay() - 9600, 900 * (1 - alpha), 0.01) << "one block barely moves it";
+    for (int block = 1; block < time_constant; ++block) m_algorithm.WriteFrame(9600 + 900, kBlock, true, &count, 0);
+    EXPECT_NEAR(m_algorithm.GetFilteredDelay() - 9600, 900 * (1 - std::exp(-1.0)), 900 * 0.01);
+    EXPECT_EQ(count, kBlock) << "a step inside the band is never corrected";
+
+    SettleAt(9600);
+    const int crossing = static_cast<int>(std::ceil(std::log(1 - 961.0 / 2000) / std::log(alpha)));
+    int corrected_at = -1;
+    for (int block = 1; block <= 2 * crossing && corrected_at < 0; ++block) {
+        m_algorithm.WriteFrame(9600 + 2000, kBlock, true, &count, 0);
+        if (count != kBlock) corrected_at = block;
+    }
+    EXPECT_NEAR(corrected_at, crossing, 1);
 }
 
 struct LossCase {

@@ -78,18 +78,6 @@ TEST_F(Ring, ResetDiscardsWhatWasNotRead) {
     m_ring.Reset();
     EXPECT_EQ(m_ring.Count(), 0u);
     EXPECT_EQ(m_ring.FreeSpace(), kCapacity);
-    // The discarded frames are still behind the read offset, as Rewind can show.
-    EXPECT_EQ(m_ring.Rewind(10), 0u) << "Reset also forgets what was written";
-}
-
-TEST_F(Ring, RewindStepsBackOverDataAlreadyRead) {
-    const auto in = Frames(0, 20);
-    m_ring.Write(in.data(), 20);
-    std::vector<uint8_t> out(20 * kFrameBytes);
-    m_ring.Read(out.data(), 15);
-    EXPECT_EQ(m_ring.Rewind(5), 10u);
-    m_ring.Read(out.data(), 1);
-    EXPECT_EQ(FrameValue(out.data()), 10u);
 }
 
 TEST(RingRandomised, MatchesAReferenceQueueOverManyWrapArounds) {

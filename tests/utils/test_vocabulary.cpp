@@ -15,7 +15,7 @@ TEST(ErrorText, NegativeAndPositiveCodesFindTheSameText) {
     EXPECT_EQ(positive, negative);
 }
 
-TEST(ErrorText, TheWholeTableIsReachableAndItsEdgesHold) {
+TEST(ErrorText, BothEdgesOfTheTableAreReachable) {
     std::string text;
     EXPECT_TRUE(GetErrorText(EPLAYER_OPEN_ITEM, text));
     EXPECT_EQ(text, "EPLAYER_OPEN_ITEM: Failed to open/parse a playback item.");
@@ -31,33 +31,16 @@ TEST(ErrorText, CodesOutsideTheTableLeaveTheTextAlone) {
     }
 }
 
-TEST(StateNames, EveryIdHasItsName) {
-    EXPECT_STREQ(GetStateName(PLAYER_STATE_IDLE), "Player_state_idle");
-    EXPECT_STREQ(GetStateName(PLAYER_STATE_BUFFERING), "Player_state_buffering");
-    EXPECT_STREQ(GetStateName(PLAYER_STATE_WAIT), "Player_state_wait");
-    EXPECT_STREQ(GetStateName(7), "");
-}
-
-TEST(Records, DefaultsAreThoseOfAFreshPlayer) {
-    const StreamParams params;
-    EXPECT_EQ(params.rtp_delay, 500);
-    EXPECT_EQ(params.tcp_delay, 10000);
-    EXPECT_EQ(params.tcp_accuracy, 8000);
-    EXPECT_EQ(params.stream_fade, 1000u);
-    const PlaybackInfo info;
-    EXPECT_EQ(info.m_song_id, -1);
-    EXPECT_EQ(info.m_cnt, 0);
-    EXPECT_EQ(info.m_player_state, PLAYER_STATE_IDLE);
-}
-
-TEST(PlayerInfoAdapter, PrefixGrowsByAppendAndIdStartsUnset) {
-    APlayerInfoAdapter adapter;
-    EXPECT_EQ(adapter.GetPlayerId(), -1);
-    adapter.set_player_prefix("PLAYBACK :");
-    adapter.AppendPrefix(" AUDIO OUT:");
-    EXPECT_STREQ(adapter.GetPrefix(), "PLAYBACK : AUDIO OUT:");
-    adapter.SetPlayerId(2);
-    EXPECT_EQ(adapter.GetPlayerId(), 2);
+// Every part appends its own tag to the prefix its owner hands it, so one player's lines can be
+// told from another's and from the part that wrote them; a new owner prefix replaces, never stacks.
+TEST(PlayerInfoAdapter, APartsPrefixIsItsOwnersFollowedByItsTag) {
+    struct Part : APlayerInfoAdapter {
+        void set_player_prefix(const char* prefix) override { set_tagged_prefix(prefix, " AUDIO OUT:"); }
+    } part;
+    EXPECT_STREQ(part.GetPrefix(), "PLAYBACK :");
+    part.set_player_prefix("P1");
+    part.set_player_prefix("P2");
+    EXPECT_STREQ(part.GetPrefix(), "P2 AUDIO OUT:");
 }
 
 }  // namespace
