@@ -18,7 +18,6 @@ namespace {
 constexpr const char* kSource = "src/CAudioSource";
 constexpr const char* kPrefixTag = " AUDIO SOURCE:";
 constexpr const char* kResolverTag = " URL PLAYLIST:";
-constexpr const char* kUrlMarker = "://";
 constexpr const char* kNetworkProbeSize = "64000";
 constexpr const char* kIcyOption = "icy_metadata_packet";
 constexpr const char* kLineEnd = "\r\n";
@@ -51,6 +50,8 @@ CAudioSource::CAudioSource()
       m_stream(nullptr),
       m_codec_type(CODEC_UNKNOWN),
       m_output(nullptr),
+      m_output_accepted(false),
+      m_selection_result(0),
       m_network_source(false),
       m_song_id(-1),
       m_extra(0),
@@ -77,6 +78,11 @@ void CAudioSource::set_player_prefix(const char* prefix) {
     set_tagged_prefix(prefix, kPrefixTag);
     const std::string resolver_prefix = std::string(GetPrefix()) + kResolverTag;
     m_resolver.set_player_prefix(resolver_prefix.c_str());
+}
+
+void CAudioSource::SetPlayerId(int id) {
+    APlayerInfoAdapter::SetPlayerId(id);
+    m_resolver.SetPlayerId(id);
 }
 
 void CAudioSource::InitializeLibrary() {
@@ -145,6 +151,8 @@ int CAudioSource::Initialize(const std::string& url, const std::string& item_nam
     ResetTrackInfo();
     m_duration_ms = 0;
     m_icy_owner = nullptr;
+    m_output_accepted = false;
+    m_selection_result = 0;
 
     AVDictionary* options = nullptr;
     av_dict_set(&options, "icy", "1", 0);
@@ -159,7 +167,7 @@ int CAudioSource::Initialize(const std::string& url, const std::string& item_nam
     int result;
     if (m_avformat_context == nullptr) {
         result = AVERROR(ENOMEM);
-    } else if (url.find(kUrlMarker) != std::string::npos) {
+    } else if (utils::is_url(url)) {
         result = open_network(url, &options);
     } else {
         m_network_source = false;
@@ -198,7 +206,10 @@ int CAudioSource::Initialize(const std::string& url, const std::string& item_nam
     m_config_size = static_cast<uint32_t>(m_config_bytes.size());
     m_audio_format = AudioFormat{};
     if (m_output != nullptr) {
-        m_output->SetDecoderId(m_codec_type);
+        m_selection_result = m_output->SetDecoderId(m_codec_type);
+        if (m_selection_result < 0)
+            KLOG_ERROR("%s ERROR :CAudioSource::Initialize(): no decoder for codec type %d of %s", GetPrefix(),
+                       m_codec_type, url.c_str());
         m_output->SetExtraData(&m_config, &m_config_size, kDemuxerSource);
     }
     KLOG_INFO("%s  Opened %s with AVContext = 0x%x and stream 0x%x ret is %d\n", GetPrefix(), url.c_str(),
@@ -408,17 +419,22 @@ int CAudioSource::ProcessPacket(bool& metadata_changed) {
 
     if (result == 0) {
         result = forward_packet(m_packet);
+        if (result < 0) log_processing_error(result);
     } else if (result == AVERROR_EOF) {
         KLOG_INFO("%s  AV format detected end of track for %s", GetPrefix(), m_url.c_str());
     } else if (result == AVERROR_EXIT) {
         KLOG_INFO("%s  AV format requested to exit immediatly.", GetPrefix());
     } else if (result != AVERROR(EAGAIN)) {
-        char text[kReadErrorChars];
-        av_strerror(result, text, sizeof text);
-        KLOG_ERROR("%s ERROR : Audio processing returned %d (%s)\n", GetPrefix(), result, text);
+        log_processing_error(result);
     }
     av_packet_unref(m_packet);
     return result;
+}
+
+void CAudioSource::log_processing_error(int result) {
+    char text[kReadErrorChars];
+    av_strerror(result, text, sizeof text);
+    KLOG_ERROR("%s ERROR : Audio processing returned %d (%s)\n", GetPrefix(), result, text);
 }
 
 int CAudioSource::forward_packet(const AVPacket* packet) {
@@ -428,14 +444,17 @@ int CAudioSource::forward_packet(const AVPacket* packet) {
         return packet->size;
     }
     if (packet->size < 1 || m_output == nullptr) return packet->size;
+    if (!m_output_accepted && m_selection_result < 0) return m_selection_result;
     // The output takes 16-bit lengths; a larger packet goes in pieces rather than being cut short.
-    const uint8_t* data = packet->data;
-    size_t left = static_cast<size_t>(packet->size);
-    while (left > 0) {
-        const size_t piece = left < kMaxWriteBytes ? left : kMaxWriteBytes;
-        m_output->WriteBuffer(data, static_cast<uint16_t>(piece), 0);
-        data += piece;
-        left -= piece;
+    // The first piece tells whether the output takes the packet; the rest of a refused one is dropped.
+    const size_t size = static_cast<size_t>(packet->size);
+    size_t piece = size < kMaxWriteBytes ? size : kMaxWriteBytes;
+    const int result = m_output->WriteBuffer(packet->data, static_cast<uint16_t>(piece), 0);
+    if (result < 0) return m_output_accepted ? packet->size : result;
+    m_output_accepted = true;
+    for (size_t done = piece; done < size; done += piece) {
+        piece = size - done < kMaxWriteBytes ? size - done : kMaxWriteBytes;
+        m_output->WriteBuffer(packet->data + done, static_cast<uint16_t>(piece), 0);
     }
     return packet->size;
 }

@@ -53,6 +53,8 @@ public:
     int GetAudioFormat(AudioFormat& format) override;
     int ProcessPacket(bool& metadata_changed) override;
     void set_player_prefix(const char* prefix) override;
+    // The resolver downloads into a file of this player's own.
+    void SetPlayerId(int id) override;
 
     // Once per process user, before the first network open.
     void InitializeLibrary();
@@ -90,6 +92,7 @@ private:
     void find_icy_option();
     void read_tags();
     int forward_packet(const AVPacket* packet);
+    void log_processing_error(int result);
     void release_demuxer();
 
     struct AvFree {
@@ -106,6 +109,11 @@ private:
     AVStream* m_stream;
     int m_codec_type;
     IAudioOutput* m_output;  // not owned
+    // A track the output cannot take at all must fail rather than play as silence, while one bad
+    // frame later in a track costs only that frame: until the output has accepted a packet of this
+    // open, a refused packet (or a refused decoder selection) ends the track with its error.
+    bool m_output_accepted;
+    int m_selection_result;  // the output's SetDecoderId() result for this open
     AudioFormat m_audio_format;
     std::string m_last_icy;
     std::string m_url;

@@ -18,7 +18,6 @@ constexpr long kConnectTimeoutSec = 10;
 constexpr long kTransferTimeoutSec = 60;
 constexpr long kMaxRedirects = 10;
 constexpr mode_t kTemporaryFileMode = 0600;
-constexpr const char* kUrlMarker = "://";
 constexpr const char* kContentTypeHeader = "Content-Type: ";
 constexpr const char* kLocationHeader = "Location: ";
 constexpr const char* kM3uType = "application/x-mpegurl";
@@ -39,12 +38,9 @@ std::string header_value(const char* data, size_t length, size_t name_length) {
     return value;
 }
 
-// After a full buffer: whether the line ends here (consuming its "\n") rather than going on.
-bool ends_line(FILE* file) {
-    const int next = std::fgetc(file);
-    if (next == '\n' || next == EOF) return true;
-    std::ungetc(next, file);
-    return false;
+std::string players_file(int player_id) {
+    const std::string name = CURLPlaylistAudioSource::kDefaultTemporaryFile;
+    return player_id == APlayerInfoAdapter::kNoPlayer ? name : name + std::to_string(player_id);
 }
 
 bool starts_with_nocase(const char* data, size_t length, const char* prefix) {
@@ -61,11 +57,23 @@ CURLPlaylistAudioSource::CURLPlaylistAudioSource()
       m_fd(-1),
       m_m3u_types(kM3uContentTypes),
       m_abort_check(nullptr),
-      m_aborted(false) {}
+      m_request_start(0),
+      m_aborted(false),
+      m_temporary_file_chosen(false) {}
 
 CURLPlaylistAudioSource::~CURLPlaylistAudioSource() {
     if (m_handle != nullptr) curl_easy_cleanup(m_handle);
     if (m_fd >= 0) ::close(m_fd);
+}
+
+void CURLPlaylistAudioSource::SetPlayerId(int id) {
+    APlayerInfoAdapter::SetPlayerId(id);
+    if (!m_temporary_file_chosen) m_temporary_file = players_file(id);
+}
+
+void CURLPlaylistAudioSource::SetTemporaryFile(const std::string& path) {
+    m_temporary_file = path;
+    m_temporary_file_chosen = true;
 }
 
 void CURLPlaylistAudioSource::SetNetworkOptions(const KorvelPlayer::NetworkOptions& options) {
@@ -114,6 +122,7 @@ bool CURLPlaylistAudioSource::Fetch(const std::string& url, bool download) {
     m_content_type.clear();
     m_location.clear();
     m_aborted = false;
+    m_request_start = CTimeout_handler::monotonic_seconds(nullptr);
     const CURLcode code = curl_easy_perform(m_handle);
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
@@ -145,7 +154,10 @@ size_t CURLPlaylistAudioSource::write_callback(char* data, size_t size, size_t c
 
 int CURLPlaylistAudioSource::progress_callback(void* user, int64_t, int64_t, int64_t, int64_t) {
     auto* self = static_cast<CURLPlaylistAudioSource*>(user);
-    if (self->m_abort_check == nullptr || !self->m_abort_check->timed_out()) return 0;
+    if (self->m_abort_check == nullptr) return 0;
+    // The limit is read at every step: an interrupt from another thread must end the request at once.
+    const int limit = self->m_abort_check->get_timeout();
+    if (limit >= 0 && CTimeout_handler::monotonic_seconds(nullptr) - self->m_request_start <= limit) return 0;
     self->m_aborted = true;
     return 1;
 }
@@ -215,7 +227,7 @@ int CURLPlaylistAudioSource::ExtractURL(const char* url, std::string& out_url, u
         // A relative Location names the stream only together with the address it came from.
         std::string stream = m_location;
         const char* effective = nullptr;
-        if (stream.find(kUrlMarker) == std::string::npos &&
+        if (!utils::is_url(stream) &&
             curl_easy_getinfo(m_handle, CURLINFO_EFFECTIVE_URL, &effective) == CURLE_OK && effective != nullptr)
             stream = effective;
         KLOG_NOTICE("%s URL '%s' redirects to '%s'", GetPrefix(), url, stream.c_str());
@@ -230,20 +242,14 @@ int CURLPlaylistAudioSource::ExtractURL(const char* url, std::string& out_url, u
 bool CURLPlaylistAudioSource::GetURLfromM3U(const std::string& path, std::string& out_url) {
     FILE* file = std::fopen(path.c_str(), "r");
     if (file == nullptr) return false;
-    char line[kM3uLineChars];
+    char buffer[kM3uLineChars];
+    std::string line;
+    bool truncated = false;
     bool found = false;
-    while (!found && std::fgets(line, sizeof line, file) != nullptr) {
-        int length = static_cast<int>(std::strlen(line));
-        const bool complete = length > 0 && line[length - 1] == '\n';
-        if (complete) line[--length] = '\0';
-        const bool truncated = !complete && length == kM3uLineChars - 1 && !ends_line(file);
-        if (line[0] != '#') {
-            char* text = utils::trim_buffer(line, length);
-            const std::string candidate(text, static_cast<size_t>(length));
-            if (candidate.find(kUrlMarker) != std::string::npos && Fetch(candidate, false)) {
-                out_url = candidate;
-                found = true;
-            }
+    while (!found && utils::read_line(file, buffer, kM3uLineChars, line, truncated)) {
+        if (utils::is_url(line) && line[0] != '#' && Fetch(line, false)) {
+            out_url = line;
+            found = true;
         }
         // A line longer than the buffer ends the scan once its start has been looked at.
         if (truncated) break;

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 #include <string>
 
 #include "APlayerInfoAdapter.h"
@@ -13,8 +14,9 @@
 typedef void CURL;
 
 // Decides whether a network location is an M3U or PLS playlist or a redirect to an audio stream,
-// and finds the stream URL to play. Downloads the start of the reply into a temporary file, which
-// also gives the playlist's digest. Runs inside the audio source's open, on the worker thread.
+// and finds the stream URL to play. Downloads the start of the reply into a temporary file of its
+// player, which also gives the playlist's digest. Runs inside the audio source's open, on the worker
+// thread.
 class CURLPlaylistAudioSource : public APlayerInfoAdapter {
 public:
     // ExtractURL results.
@@ -24,6 +26,7 @@ public:
     // A playlist that matters fits in its first few kilobytes; the rest of a reply (or an endless
     // audio stream) is not downloaded.
     static constexpr int kMaxDownloadBytes = 4024;
+    // Players resolving at once must not share a download: each appends its id to this name.
     static constexpr const char* kDefaultTemporaryFile = "/tmp/.url";
 
     CURLPlaylistAudioSource();
@@ -41,11 +44,14 @@ public:
     // otherwise the transfer stops at the first body byte (a reachability probe).
     bool Fetch(const std::string& url, bool download);
 
-    // Where downloads go; several players (or test runs) on one machine need distinct files.
-    // Transfers ask `check` at every progress step and give up once it has timed out or was
-    // interrupted, so that a user's stop also cuts a playlist download or probe short.
+    // Every request gets the whole of `check`'s current limit from its own start, so that entries
+    // that do not answer cannot use up the time of the one after them; an interrupt of `check` ends
+    // the request in progress at once.
     void SetAbortCheck(const CTimeout_handler* check) { m_abort_check = check; }
-    void SetTemporaryFile(const std::string& path) { m_temporary_file = path; }
+    // Also moves the downloads to the player's own temporary file, unless one was chosen.
+    void SetPlayerId(int id) override;
+    // Wins over the player's file, whenever it is called.
+    void SetTemporaryFile(const std::string& path);
     const std::string& GetTemporaryFile() const { return m_temporary_file; }
     // Values of the last reply's headers (after redirects, the last one seen).
     const std::string& GetContentType() const { return m_content_type; }
@@ -69,7 +75,9 @@ private:
     std::string m_m3u_types;
     std::string m_location;
     const CTimeout_handler* m_abort_check;  // not owned; its limit is written by other threads
+    time_t m_request_start;                 // monotonic seconds at the start of the current request
     bool m_aborted;                         // the last transfer was given up by the abort check
+    bool m_temporary_file_chosen;           // SetTemporaryFile() was called
 };
 
 #endif
