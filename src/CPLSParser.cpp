@@ -3,10 +3,11 @@
 #include <INIReader.h>
 #include <cstdio>
 
+#include "utils.h"
+
 namespace {
 constexpr const char* kSection = "playlist";
 constexpr const char* kEntriesKey = "numberofentries";
-constexpr const char* kUrlMarker = "://";
 constexpr long kNoEntries = -1;
 // "FILE" and the decimal digits of any int.
 constexpr int kFileKeyChars = 16;
@@ -36,10 +37,8 @@ void CPLSParser::GetURLs(std::list<std::string>& urls) const {
     for (int i = 1; i <= m_number_of_entries; ++i) {
         std::snprintf(key, sizeof key, "FILE%d", i);
         std::string value = m_reader->Get(kSection, key, "");
-        if (IsURL(value)) urls.push_back(std::move(value));
+        if (utils::is_url(value)) urls.push_back(std::move(value));
     }
 }
 
 void CPLSParser::Release() { m_reader.reset(); }
-
-bool CPLSParser::IsURL(const std::string& text) { return text.find(kUrlMarker) != std::string::npos; }

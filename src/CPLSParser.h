@@ -25,7 +25,6 @@ public:
     // Appends the FILEn values that are URLs, n = 1 .. numberofentries.
     void GetURLs(std::list<std::string>& urls) const;
     void Release();
-    static bool IsURL(const std::string& text);
 
     // -1 until a parse found a numeric numberofentries.
     int GetNumberOfEntries() const { return m_number_of_entries; }

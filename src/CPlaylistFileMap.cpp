@@ -2,7 +2,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <sys/stat.h>
 #include <vector>
@@ -19,14 +18,6 @@ constexpr size_t kDisplayTail = 4;   // ".mp3"
 bool exists(const std::string& path) {
     struct stat info;
     return ::stat(path.c_str(), &info) == 0;
-}
-
-// After a full buffer: whether the line ends here (consuming its "\n") rather than going on.
-bool ends_line(FILE* file) {
-    const int next = std::fgetc(file);
-    if (next == '\n' || next == EOF) return true;
-    std::ungetc(next, file);
-    return false;
 }
 }  // namespace
 
@@ -64,14 +55,9 @@ int CPlaylistFileMap::ParsePlaylist(const std::string& file_name, bool check_fil
     }
     std::string comment;
     bool first_line = true;
-    while (std::fgets(m_line, sizeof m_line, file) != nullptr) {
-        int length = static_cast<int>(std::strlen(m_line));
-        const bool complete = length > 0 && m_line[length - 1] == '\n';
-        if (complete) m_line[--length] = '\0';
-        const bool truncated = !complete && length == kLineBufferChars - 1 && !ends_line(file);
-        const char* text = utils::trim_buffer(m_line, length);
-        const std::string line(text, static_cast<size_t>(length));
-
+    std::string line;
+    bool truncated = false;
+    while (utils::read_line(file, m_line, kLineBufferChars, line, truncated)) {
         if (line.empty() || line[0] == '#') {
             if (!line.empty() && !first_line) comment = line;
         } else if (line.size() >= kMinTrackChars) {

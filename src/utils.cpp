@@ -26,6 +26,7 @@ constexpr size_t kMd5BlockBytes = 1024;
 constexpr size_t kMacBytes = 6;
 constexpr size_t kTimeStringChars = 80;
 constexpr const char kHexDigits[] = "0123456789abcdef";
+constexpr const char* kUrlMarker = "://";
 
 struct EvpContextDeleter {
     void operator()(EVP_MD_CTX* context) const { EVP_MD_CTX_free(context); }
@@ -51,6 +52,14 @@ public:
 private:
     int m_fd;
 };
+
+// After a full buffer: whether the line ends here (consuming its "\n") rather than going on.
+bool ends_line(FILE* file) {
+    const int next = std::fgetc(file);
+    if (next == '\n' || next == EOF) return true;
+    std::ungetc(next, file);
+    return false;
+}
 
 bool is_leading_blank(char c) { return c == ' ' || c == '\t'; }
 bool is_trailing_blank(char c) { return c == ' ' || c == '\t' || c == '\r'; }
@@ -126,6 +135,21 @@ char* trim_buffer(char* text, int& length) {
     length = end - first;
     return text + first;
 }
+
+bool read_line(FILE* file, char* buffer, int size, std::string& line, bool& cut) {
+    KORVEL_ASSERT(kSource, size > 1);
+    cut = false;
+    if (std::fgets(buffer, size, file) == nullptr) return false;
+    int length = static_cast<int>(std::strlen(buffer));
+    const bool complete = length > 0 && buffer[length - 1] == '\n';
+    if (complete) buffer[--length] = '\0';
+    cut = !complete && length == size - 1 && !ends_line(file);
+    const char* text = trim_buffer(buffer, length);
+    line.assign(text, static_cast<size_t>(length));
+    return true;
+}
+
+bool is_url(const std::string& text) { return text.find(kUrlMarker) != std::string::npos; }
 
 std::string to_upper(const std::string& text) {
     std::string out(text);

@@ -2,10 +2,11 @@
 #define KORVEL_UTILS_H
 
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 // Small services of the player library: digests, hexadecimal rendering, text trimming and case,
-// interface addresses and time stamps. All are reentrant.
+// playlist lines, interface addresses and time stamps. All are reentrant.
 namespace utils {
 
 constexpr int kMd5DigestBytes = 16;
@@ -21,6 +22,14 @@ int md5_buffer(const void* data, int length, unsigned char digest[kMd5DigestByte
 void trim(std::string& text);
 // The same rule on a buffer: returns the first kept character and sets `length` to the kept length.
 char* trim_buffer(char* text, int& length);
+
+// Reads the next line of `file` through `buffer` (`size` bytes, at least 2) into `line`, without its
+// "\n" and trimmed as trim() does; false at the end of the file. A line longer than `size` - 1
+// characters is cut there and `cut` is set, its rest left unread: playlist readers stop at such a line
+// rather than take its tail for an entry of its own.
+bool read_line(std::FILE* file, char* buffer, int size, std::string& line, bool& cut);
+// The one rule by which the player tells a network location from a local path, wherever it chooses.
+bool is_url(const std::string& text);
 
 std::string to_upper(const std::string& text);
 std::string to_lower(const std::string& text);

@@ -1,8 +1,6 @@
 #ifndef KORVEL_TESTS_SOURCEFIXTURES_H
 #define KORVEL_TESTS_SOURCEFIXTURES_H
 
-#include <cstdlib>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -13,12 +11,15 @@
 // Where make_source_media.sh put its files.
 inline std::string SourceMediaPath(const std::string& name) { return std::string(KORVEL_SOURCE_MEDIA_DIR) + "/" + name; }
 
-// Stands in for the decoder chain: records the set-up calls in order and every packet's bytes.
+// Stands in for the decoder chain: records the set-up calls in order and every packet's bytes it
+// takes. It can refuse the decoder selection or one write, as a chain without a working decoder does.
 class PacketSink : public IAudioOutput {
 public:
+    static constexpr int kRefused = -7;
+
     int SetDecoderId(int id) override {
         m_calls.push_back("SetDecoderId(" + std::to_string(id) + ")");
-        return 0;
+        return m_decoder_result;
     }
     int RestartFeed() override { return 0; }
     int GetType() override { return AUDIO_TYPE_MP3; }
@@ -29,6 +30,7 @@ public:
     int SetBufferSize(int) override { return 0; }
     int Reserved() override { return 0; }
     int WriteBuffer(const uint8_t* data, uint16_t size, unsigned int lost_packets) override {
+        if (m_writes++ == m_refused_write) return kRefused;
         m_packets.emplace_back(data, data + size);
         m_lost += lost_packets;
         return 0;
@@ -42,23 +44,23 @@ public:
     std::vector<std::vector<uint8_t>> m_packets;
     std::vector<uint8_t> m_config;
     unsigned m_lost = 0;
+    int m_decoder_result = 0;
+    int m_refused_write = -1;  // counted over the sink's life, from 0
+    int m_writes = 0;
 };
 
 // The owner's demuxer interrupt: abort once the source's time-out handler says so.
 inline int AbortWhenTimedOut(void* source) { return static_cast<CAudioSource*>(source)->timed_out() ? 1 : 0; }
 
 inline void InstallInterrupt(CAudioSource& source) {
-    source.m_libav_callback.callback = &AbortWhenTimedOut;
-    source.m_libav_callback.opaque = &source;
+    source.m_libav_callback = {&AbortWhenTimedOut, &source};
 }
 
 // Reads packets until the source reports anything but a packet; that code.
 inline int DrainSource(CAudioSource& source, int max_packets = 100000) {
     int result = 0;
-    for (int i = 0; i < max_packets && result >= 0; ++i) {
-        bool changed = false;
-        result = source.ProcessPacket(changed);
-    }
+    bool changed = false;
+    for (int i = 0; i < max_packets && result >= 0; ++i) result = source.ProcessPacket(changed);
     return result;
 }
 

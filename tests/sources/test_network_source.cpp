@@ -23,12 +23,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 constexpr const char* kStreamFile = "mp3_44100_stereo_cbr.mp3";
 
-double SecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
 // A source with the owner's interrupt installed and a server to open, over a directory holding the
-// stream file.
+// stream file. The process id as player id keeps the downloads of parallel test runs apart.
 class NetworkSource : public ::testing::Test {
 protected:
     NetworkSource() : m_server(m_dir.path()) {
@@ -39,17 +35,19 @@ protected:
         m_source.InitializeLibrary();
         InstallInterrupt(m_source);
         m_source.SetOutput(&m_sink);
-        m_source.GetResolver().SetTemporaryFile(m_dir.path() + "/.url");
+        m_source.SetPlayerId(::getpid());
     }
     void TearDown() override {
         m_source.Close();
         m_source.Deinitialize();
+        ::unlink(m_players_file.c_str());
     }
 
     ScratchDir m_dir;
     LocalHttpServer m_server;
     PacketSink m_sink;
     CAudioSource m_source;
+    const std::string m_players_file = "/tmp/.url" + std::to_string(::getpid());
 };
 
 TEST_F(NetworkSource, AnHttpStreamPlaysThroughTheChainWithTheConfiguredAgentAndHeader) {
@@ -65,10 +63,8 @@ TEST_F(NetworkSource, AnHttpStreamPlaysThroughTheChainWithTheConfiguredAgentAndH
     EXPECT_TRUE(capture.contains("Opening URL playback audio source")) << "an audio stream is no playlist";
     EXPECT_EQ(m_source.GetPlaylistDigest(), "");
     EXPECT_EQ(m_source.m_duration_ms, 0);
-    for (int i = 0; i < 200; ++i) {
-        bool changed = false;
-        ASSERT_GT(m_source.ProcessPacket(changed), 0) << "packet " << i;
-    }
+    bool changed = false;
+    for (int i = 0; i < 200; ++i) ASSERT_GT(m_source.ProcessPacket(changed), 0) << "packet " << i;
     EXPECT_GT(pcm.PcmAt(44100, 2).size(), 44100u * 4) << "more than a second of decoded audio";
 
     // Both the resolver's request and the demuxer's (which asks for ICY metadata) carry them.
@@ -118,7 +114,7 @@ TEST_F(NetworkSource, AStalledStreamEndsWithExitAfterTheLimitAndNotMuchLater) {
         bool changed = false;
         const auto start = Clock::now();
         result = m_source.ProcessPacket(changed);
-        blocked = SecondsSince(start);
+        blocked = std::chrono::duration<double>(Clock::now() - start).count();
     }
     EXPECT_EQ(result, AVERROR_EXIT);
     // More than one whole second on the clock, polled every 100 ms by the network layer.
@@ -166,7 +162,6 @@ TEST_F(NetworkSource, AStreamThatClosesEarlyDeliversWhatItSentThenAnError) {
     EXPECT_TRUE(end == AVERROR(EIO) || end == AVERROR_EOF) << end;
     size_t bytes = 0;
     for (const auto& packet : m_sink.m_packets) bytes += packet.size();
-    const std::vector<uint8_t> file = ReadWholeFile(MediaPath(kStreamFile));
     EXPECT_GT(bytes, static_cast<size_t>(kSent) - 2 * 418 - 2048) << "at most a frame and the tag header lost";
     EXPECT_LE(bytes, static_cast<size_t>(kSent));
 }
@@ -201,21 +196,27 @@ TEST_F(NetworkSource, AnRtpStreamFailsTheResolverAndIsOpenedAsUrlPlayback) {
     EXPECT_EQ(m_source.GetPlaylistDigest(), "");
     EXPECT_EQ(m_source.GetCodecType(), CODEC_MP3);
     int forwarded = 0;
-    for (int i = 0; i < 20; ++i) {
-        bool changed = false;
-        if (m_source.ProcessPacket(changed) > 0) ++forwarded;
-    }
+    bool changed = false;
+    for (int i = 0; i < 20; ++i) forwarded += m_source.ProcessPacket(changed) > 0 ? 1 : 0;
     EXPECT_GE(forwarded, 15);
     ASSERT_FALSE(m_sink.m_packets.empty());
     EXPECT_EQ(m_sink.m_packets.back()[0], 0xFF) << "whole MPEG frames, without the RTP payload header";
 }
 
-TEST_F(NetworkSource, APlaylistUrlOpensItsStreamAndKeepsTheDigest) {
-    const std::string playlist = "#EXTM3U\n" + m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3") + "\n";
-    m_dir.file("radio.m3u", playlist);
+// Entries that do not answer each get the whole limit, not a share of one: the third is still tried.
+// The playlist goes to the player's own file, which no other player overwrites.
+TEST_F(NetworkSource, APlaylistUrlOpensItsFirstAnsweringStreamAndKeepsTheDigest) {
+    const std::string stream = m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3");
+    const std::string playlist = "#EXTM3U\n" + m_server.url("/stream?stall=0&n=1") + "\n" +
+                                 m_server.url("/stream?stall=0&n=2") + "\n" + stream + "\n";
+    const std::string local = m_dir.file("radio.m3u", playlist);
+    m_source.SetTimeout(1);
     LogCapture capture;
     ASSERT_GE(m_source.Initialize(m_server.url("/files/radio.m3u"), ""), 0);
-    EXPECT_TRUE(capture.contains("Opening play list stream audio source " + m_server.url("/stream?")));
+    EXPECT_TRUE(capture.contains("Opening play list stream audio source " + stream));
+    EXPECT_EQ(capture.count("CURLPlaylistAudioSource::Fetch(): " + m_server.url("/stream?stall=0")), 2);
+    EXPECT_EQ(utils::compare_files(m_players_file, local), 0) << "the download is not in " << m_players_file;
+    EXPECT_NE(utils::compare_files("/tmp/.url", local), 0) << "the download is in the file every player shares";
     unsigned char digest[16];
     std::string hex;
     utils::md5_buffer(playlist.data(), static_cast<int>(playlist.size()), digest);

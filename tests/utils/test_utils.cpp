@@ -5,6 +5,8 @@
 #include <fstream>
 #include <string>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "CFileIOStandard.h"
 #include "ScratchDir.h"
@@ -34,7 +36,7 @@ TEST(HexDeathTest, NullArrayIsAContractViolation) {
     EXPECT_DEATH(utils::convert_array_to_hex_string(nullptr, 3, out), "src/utils.*array");
 }
 
-TEST(Md5, FileDigestsMatchKnownValuesAndSpanManyBlocks) {
+TEST(Md5, DigestsMatchKnownValuesAndSpanManyBlocksAndBadInputIsRefused) {
     ScratchDir dir;
     int result = -1;
     EXPECT_EQ(md5_hex_of_file(dir.file("empty", ""), &result), "d41d8cd98f00b204e9800998ecf8427e");
@@ -47,10 +49,7 @@ TEST(Md5, FileDigestsMatchKnownValuesAndSpanManyBlocks) {
     std::string expected;
     utils::convert_array_to_hex_string(digest, utils::kMd5DigestBytes, expected);
     EXPECT_EQ(md5_hex_of_file(dir.file("big", big), &result), expected);
-}
 
-TEST(Md5, MissingFileAndBadBuffersAreRefused) {
-    unsigned char digest[utils::kMd5DigestBytes];
     EXPECT_EQ(utils::md5_file("/nonexistent/korvel/file", digest), -ENOENT);
     EXPECT_EQ(utils::md5_buffer(nullptr, 3, digest), -EINVAL);
     EXPECT_EQ(utils::md5_buffer("abc", -1, digest), -EINVAL);
@@ -60,34 +59,37 @@ TEST(Md5, MissingFileAndBadBuffersAreRefused) {
     EXPECT_EQ(hex, "d41d8cd98f00b204e9800998ecf8427e");
 }
 
-struct TrimCase {
-    std::string input;
-    std::string expected;
-    const char* label;
-};
-
-void PrintTo(const TrimCase& c, std::ostream* os) { *os << c.label; }
-
-class Trim : public ::testing::TestWithParam<TrimCase> {};
-
-TEST_P(Trim, StringAndBufferFollowTheSameRule) {
-    std::string text = GetParam().input;
-    utils::trim(text);
-    EXPECT_EQ(text, GetParam().expected);
-
-    std::string buffer = GetParam().input;
-    int length = static_cast<int>(buffer.size());
-    const char* kept = utils::trim_buffer(buffer.data(), length);
-    EXPECT_EQ(std::string(kept, static_cast<size_t>(length)), GetParam().expected);
+TEST(Trim, StringAndBufferFollowTheSameRule) {
+    // A leading return, an inner blank and a newline stay.
+    const std::pair<std::string, std::string> cases[] = {{" \t \t", ""}, {"", ""}, {"  song.mp3\t \r", "song.mp3"},
+                                                         {"\rsong.mp3\r", "\rsong.mp3"}, {"a b", "a b"}, {"x\r\n", "x\r\n"}};
+    for (const auto& [input, expected] : cases) {
+        std::string text = input;
+        utils::trim(text);
+        EXPECT_EQ(text, expected) << "'" << input << "'";
+        std::string buffer = input;
+        int length = static_cast<int>(buffer.size());
+        const char* kept = utils::trim_buffer(buffer.data(), length);
+        EXPECT_EQ(std::string(kept, static_cast<size_t>(length)), expected) << "'" << input << "'";
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(Rules, Trim,
-                         ::testing::Values(TrimCase{" \t \t", "", "OnlyBlanks"}, TrimCase{"", "", "Empty"},
-                                           TrimCase{"  song.mp3\t \r", "song.mp3", "BothEnds"},
-                                           TrimCase{"\rsong.mp3\r", "\rsong.mp3", "LeadingReturnStays"},
-                                           TrimCase{"a b", "a b", "InnerBlankStays"},
-                                           TrimCase{"x\r\n", "x\r\n", "NewlineIsNotTrimmed"}),
-                         [](const ::testing::TestParamInfo<TrimCase>& info) { return std::string(info.param.label); });
+// A line that just fits the buffer, with or without its "\n", is whole; a longer one is cut and said
+// so, its rest left for the next read.
+TEST(ReadLine, TrimsEachLineAndReportsTheOneThatDidNotFit) {
+    ScratchDir dir;
+    FILE* file = std::fopen(dir.file("lines", " ab\t\r\n\n12345\n123456\n12345").c_str(), "r");
+    ASSERT_NE(file, nullptr);
+    char buffer[6];
+    std::string line;
+    bool cut = false;
+    std::vector<std::string> read;
+    while (utils::read_line(file, buffer, sizeof buffer, line, cut)) read.push_back(line + (cut ? "|cut" : ""));
+    std::fclose(file);
+    EXPECT_EQ(read, (std::vector<std::string>{"ab", "", "12345", "12345|cut", "6", "12345"}));
+    EXPECT_TRUE(utils::is_url("http://h/a.mp3"));
+    EXPECT_FALSE(utils::is_url("/music/http/a.mp3"));
+}
 
 TEST(Text, CaseConversionAndNumbers) {
     EXPECT_EQ(utils::to_upper("Mp3 m3u"), "MP3 M3U");
@@ -137,7 +139,7 @@ TEST(TimeString, KnownFormatsHaveTheirShapeAndOthersAreEmpty) {
     EXPECT_EQ(out, "");
 }
 
-TEST(FileIO, OpenReadSeekAndClose) {
+TEST(FileIO, OpenReadSeekAndCloseAndAMissingFileGivesMinusErrnoAndNoDescriptor) {
     ScratchDir dir;
     const std::string path = dir.file("data", "0123456789");
     CFileIOStandard file;
@@ -152,10 +154,6 @@ TEST(FileIO, OpenReadSeekAndClose) {
     EXPECT_EQ(file.Close(), 0);
     EXPECT_EQ(file.GetFd(), -1);
     EXPECT_EQ(file.Close(), 0);
-}
-
-TEST(FileIO, OpeningAMissingFileGivesMinusErrnoAndNoDescriptor) {
-    CFileIOStandard file;
     EXPECT_EQ(file.Open("/nonexistent/korvel/track.mp3", 0), -ENOENT);
     EXPECT_EQ(file.GetFd(), -1);
 }
