@@ -1,15 +1,19 @@
 #include "CPCMOutput.h"
 
 #include <cerrno>
-#include <unistd.h>
+#include <chrono>
+#include <thread>
 
 #include "Logger.h"
 
 namespace {
 constexpr const char* kPrefixTag = " AUDIO OUT:";
 constexpr int kAllowAlsaResampling = 1;
-constexpr unsigned kResumeRetrySeconds = 1;
+constexpr std::chrono::milliseconds kResumeRetryInterval{100};
 constexpr int kBlockingMode = 0;
+// A block whose writes keep failing after recovery is given up after this many recoveries, so that a
+// card that underruns on every write cannot hold the worker thread.
+constexpr int kMaxRecoveriesPerBlock = 3;
 
 // Releases a hardware parameter object on every exit of set_hwparams().
 class HwParamsGuard {
@@ -60,19 +64,25 @@ int CPCMOutput::Initialize() {
     }
     if (int err = set_hwparams(); err < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutput::Initialize(): cannot set HW params (%s)\n", GetPrefix(), snd_strerror(err));
-        return -1;
+        return abandon_setup(-1);
     }
     if (int err = snd_pcm_prepare(m_handle); err < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutput::Initialize(): cannot prepare audio interface for use (%s)\n", GetPrefix(),
                    snd_strerror(err));
-        return -1;
+        return abandon_setup(-1);
     }
     if (int err = set_swparams(); err < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutput::Initialize(): cannot allocate minimal pcm playback threshold of 4096B frames\n",
                    GetPrefix());
-        return err;
+        return abandon_setup(err);
     }
     return 0;
+}
+
+int CPCMOutput::abandon_setup(int result) {
+    snd_pcm_close(m_handle);
+    m_handle = nullptr;
+    return result;
 }
 
 int CPCMOutput::set_hwparams() {
@@ -175,13 +185,32 @@ int CPCMOutput::WriteBuffer(const uint8_t* data, uint16_t frames, unsigned int) 
                    GetPrefix(), 0u, "");
         return -1;
     }
-    const snd_pcm_sframes_t written = snd_pcm_writei(m_handle, data, frames);
-    if (written == -EAGAIN) return 0;
-    if (written >= 0) return static_cast<int>(written);
-    if (xrun_recovery(m_handle, static_cast<int>(written)) >= 0) return 0;
-    KLOG_ERROR("%s ERROR :CPCMOutput::WriteBuffer() Write error: %s\n", GetPrefix(),
-               snd_strerror(static_cast<int>(written)));
-    return -1;
+    snd_pcm_uframes_t done = 0;
+    int recoveries = 0;
+    // A blocking write ends short when a signal arrives, and fails whole after an underrun: in both
+    // cases the rest of the block is still due, or the listener hears a hole.
+    while (done < frames) {
+        // Counted in the device's own frames: an improper format clears m_format, not the device.
+        const snd_pcm_sframes_t written =
+            snd_pcm_writei(m_handle, data + snd_pcm_frames_to_bytes(m_handle, done), frames - done);
+        if (written > 0) {
+            done += static_cast<snd_pcm_uframes_t>(written);
+            continue;
+        }
+        if (written == -EINTR) continue;
+        if (written == -EAGAIN || written == 0) return static_cast<int>(done);
+        if (xrun_recovery(m_handle, static_cast<int>(written)) < 0) {
+            KLOG_ERROR("%s ERROR :CPCMOutput::WriteBuffer() Write error: %s\n", GetPrefix(),
+                       snd_strerror(static_cast<int>(written)));
+            return -1;
+        }
+        if (++recoveries > kMaxRecoveriesPerBlock) {
+            KLOG_ERROR("%s ERROR :CPCMOutput::WriteBuffer() giving up the rest of the block after %d recoveries: %s\n",
+                       GetPrefix(), kMaxRecoveriesPerBlock, snd_strerror(static_cast<int>(written)));
+            return static_cast<int>(done);
+        }
+    }
+    return static_cast<int>(done);
 }
 
 int CPCMOutput::xrun_recovery(snd_pcm_t* handle, int err) {
@@ -193,8 +222,11 @@ int CPCMOutput::xrun_recovery(snd_pcm_t* handle, int err) {
         return result;
     }
     if (err == -ESTRPIPE) {
-        int result;
-        while ((result = snd_pcm_resume(handle)) == -EAGAIN) sleep(kResumeRetrySeconds);
+        int result = snd_pcm_resume(handle);
+        for (int attempt = 1; result == -EAGAIN && attempt < kResumeAttempts; ++attempt) {
+            std::this_thread::sleep_for(kResumeRetryInterval);
+            result = snd_pcm_resume(handle);
+        }
         if (result == 0) return 0;
         result = snd_pcm_prepare(handle);
         if (result < 0)

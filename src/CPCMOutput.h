@@ -18,6 +18,9 @@ public:
     static constexpr const char* kDefaultDevice = "plug:dmix";
     // Playback starts by itself once this many frames are queued.
     static constexpr snd_pcm_uframes_t kStartThresholdFrames = 4096;
+    // A suspended card that has not resumed after this many tries is prepared afresh instead: a card
+    // that never comes back must not hold the worker thread.
+    static constexpr int kResumeAttempts = 10;
 
     CPCMOutput();
     ~CPCMOutput() override;
@@ -52,10 +55,15 @@ protected:
     int set_swparams();
     int xrun_recovery(snd_pcm_t* handle, int err);
     int close_handle(bool drain, const char* method);
+    // Closes a device whose set-up failed and returns `result`: a half-configured handle left behind
+    // would make the next Initialize report success on a device every write fails on.
+    int abandon_setup(int result);
 
     snd_pcm_hw_params_t* m_hw_params;  // only within one set_hwparams() call
     std::string m_device;
     AudioFormat m_format;
+    // Worker thread only: the buffered output answers level queries from other threads from a
+    // snapshot the worker publishes, never through this handle.
     snd_pcm_t* m_handle;
 };
 

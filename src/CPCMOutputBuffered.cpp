@@ -16,6 +16,25 @@ constexpr int kSampleFormat16 = 1;
 constexpr int kSampleFormat32 = 2;
 constexpr int kRecoverSilently = 0;
 constexpr uint8_t kUnsignedSilence = 0x80;
+constexpr int kLevelAvailShift = 32;
+constexpr uint64_t kLevelMsMask = 0xFFFFFFFFu;
+
+uint64_t PackLevel(int avail, uint32_t ms) {
+    return (static_cast<uint64_t>(static_cast<uint32_t>(avail)) << kLevelAvailShift) | ms;
+}
+
+// Runs an action on every exit of the scope it lives in.
+template <class Action>
+class OnExit {
+public:
+    explicit OnExit(Action action) : m_action(action) {}
+    ~OnExit() { m_action(); }
+    OnExit(const OnExit&) = delete;
+    OnExit& operator=(const OnExit&) = delete;
+
+private:
+    Action m_action;
+};
 }  // namespace
 
 CPCMOutputBuffered::CPCMOutputBuffered(BufferingAlgorithm::IBufferingAlgorithm* algorithm, int buffer_ms,
@@ -32,7 +51,8 @@ CPCMOutputBuffered::CPCMOutputBuffered(BufferingAlgorithm::IBufferingAlgorithm* 
       m_frame_bytes(kDeviceFrameBytes),
       m_max_buffer_ms(kMaxBufferMs),
       m_output_rate(kDeviceRate),
-      m_playing(false) {
+      m_playing(false),
+      m_level(PackLevel(-EBADF, 0)) {
     KORVEL_ASSERT(kSource, m_algorithm);
     m_threshold = std::min(m_algorithm->MsToSamples(buffer_ms), m_algorithm->MsToSamples(kMaxBufferMs));
     m_algorithm->SetParams(static_cast<uint32_t>(m_algorithm->SamplesToMs(m_threshold)),
@@ -50,6 +70,7 @@ void CPCMOutputBuffered::set_player_prefix(const char* prefix) {
 bool CPCMOutputBuffered::NeedsBuffering() { return !m_playing.load(); }
 
 int CPCMOutputBuffered::Initialize() {
+    const OnExit publish([this] { publish_level(); });
     m_ring.Free();
     if (int err = m_ring.Init(static_cast<uint32_t>(m_frame_bytes),
                               static_cast<uint32_t>(m_algorithm->MsToSamples(m_max_buffer_ms)));
@@ -78,17 +99,17 @@ int CPCMOutputBuffered::alsa_initialize() {
     if (int err = set_alsa_hw_params(); err < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutputBuffered::alsa_initialize(): cannot set HW params (%s)\n", GetPrefix(),
                    snd_strerror(err));
-        return -1;
+        return abandon_setup(-1);
     }
     if (set_alsa_sw_params() < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutputBuffered::alsa_initialize(): cannot allocate minimal pcm playback threshold of 4096B frames\n",
                    GetPrefix());
-        return -1;
+        return abandon_setup(-1);
     }
     if (int err = snd_pcm_prepare(m_handle); err < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutputBuffered::alsa_initialize(): cannot prepare audio interface for use (%s)\n",
                    GetPrefix(), snd_strerror(err));
-        return -1;
+        return abandon_setup(-1);
     }
     return 0;
 }
@@ -166,6 +187,7 @@ int CPCMOutputBuffered::reset_thresholds(int ms) {
 }
 
 int CPCMOutputBuffered::SetBufferSize(int ms) {
+    const OnExit publish([this] { publish_level(); });
     KLOG_INFO("%s CPCMOutputBuffered::SetBufferSize(): setting new buffer size of %d ms\n", GetPrefix(), ms);
     if (StopAudio() < 0) {
         KLOG_ERROR("%s ERROR :CPCMOutputBuffered::SetBufferSize(): Could not Stop audio.\n", GetPrefix());
@@ -189,10 +211,30 @@ int CPCMOutputBuffered::GetBufferedDelay(int64_t* samples) {
 }
 
 int CPCMOutputBuffered::GetBufferLevel(uint32_t* ms) {
-    int64_t delay = 0;
-    GetBufferedDelay(&delay);
-    *ms = static_cast<uint32_t>(m_algorithm->SamplesToMs(delay));
-    return m_handle != nullptr ? static_cast<int>(snd_pcm_avail(m_handle)) : -EBADF;
+    const uint64_t level = m_level.load(std::memory_order_acquire);
+    *ms = static_cast<uint32_t>(level & kLevelMsMask);
+    return static_cast<int32_t>(static_cast<uint32_t>(level >> kLevelAvailShift));
+}
+
+int CPCMOutputBuffered::UpdateBufferLevel() {
+    alsa_write_audio_poll();
+    uint32_t ms = 0;
+    return GetBufferLevel(&ms);
+}
+
+// One query for both figures, so that they describe the same moment of the device.
+void CPCMOutputBuffered::publish_level() {
+    snd_pcm_sframes_t avail = -EBADF;
+    snd_pcm_sframes_t device = 0;
+    if (m_handle != nullptr) {
+        if (int err = snd_pcm_avail_delay(m_handle, &avail, &device); err < 0) {
+            avail = err;
+            device = 0;
+        }
+    }
+    const int64_t samples = static_cast<int64_t>(m_ring.Count()) + device;
+    m_level.store(PackLevel(static_cast<int>(avail), static_cast<uint32_t>(m_algorithm->SamplesToMs(samples))),
+                  std::memory_order_release);
 }
 
 // Silence is a block in the stream's own format, as the resampler reads it: as wide as an input
@@ -215,6 +257,7 @@ int CPCMOutputBuffered::resample_repeated(const uint8_t* block, uint16_t frames,
 }
 
 int CPCMOutputBuffered::WriteBuffer(const uint8_t* data, uint16_t frames, unsigned int lost_packets) {
+    const OnExit publish([this] { publish_level(); });
     if (m_handle == nullptr) {
         KLOG_ERROR("%s ERROR :CPCMOutput::WriteBuffer(): NULL handle (0x%x) detected! Reinitilize PCMOutput!%s\n",
                    GetPrefix(), 0u, "");
@@ -257,7 +300,7 @@ int CPCMOutputBuffered::WriteBuffer(const uint8_t* data, uint16_t frames, unsign
     int64_t buffered = 0;
     if (!running && GetBufferedDelay(&buffered) == 0 && buffered >= m_threshold) {
         m_playing = true;
-        alsa_write_audio_poll();
+        transfer_periods();
         KLOG_NOTICE("%s  id=%d, CPCMOutputBuffered::WriteBuffer(): Audio threshold of %llu samples reached (current %llu). Starting playback",
                     GetPrefix(), GetPlayerId(), static_cast<unsigned long long>(m_threshold),
                     static_cast<unsigned long long>(buffered));
@@ -267,7 +310,7 @@ int CPCMOutputBuffered::WriteBuffer(const uint8_t* data, uint16_t frames, unsign
             m_playing = false;
         }
     }
-    alsa_write_audio_poll();
+    transfer_periods();
     return 0;
 }
 
@@ -281,6 +324,11 @@ int CPCMOutputBuffered::ResamplerOutputBuffer(const uint8_t* data, uint32_t fram
 }
 
 void CPCMOutputBuffered::alsa_write_audio_poll() {
+    transfer_periods();
+    publish_level();
+}
+
+void CPCMOutputBuffered::transfer_periods() {
     if (m_handle == nullptr || !m_playing || m_period_size <= 0) return;
     snd_pcm_sframes_t avail = snd_pcm_avail_update(m_handle);
     if (avail == -EPIPE) {
@@ -296,9 +344,18 @@ void CPCMOutputBuffered::alsa_write_audio_poll() {
         if (m_ring.Count() < period) break;
         m_ring.Read(m_transfer.data(), period);
         snd_pcm_sframes_t written = snd_pcm_writei(m_handle, m_transfer.data(), period);
-        if (written < 0 && snd_pcm_recover(m_handle, static_cast<int>(written), kRecoverSilently) == 0)
+        bool prepared_again = false;
+        if (written < 0 && snd_pcm_recover(m_handle, static_cast<int>(written), kRecoverSilently) == 0) {
+            prepared_again = snd_pcm_state(m_handle) == SND_PCM_STATE_PREPARED;
             written = snd_pcm_writei(m_handle, m_transfer.data(), period);
+        }
         if (written < 0) KLOG_ERROR("%s ERROR :snd_pcm_writei() failed with err=%d", GetPrefix(), static_cast<int>(written));
+        // A device prepared again stays silent until it is started: the output buffers up to the
+        // threshold once more, and WriteBuffer starts it, rather than report playing meanwhile.
+        if (prepared_again) {
+            m_playing = false;
+            break;
+        }
         avail = snd_pcm_avail_update(m_handle);
     }
 }
@@ -314,6 +371,7 @@ int CPCMOutputBuffered::StopAudio() {
     }
     m_ring.Reset();
     m_playing = false;
+    publish_level();
     KLOG_INFO("%s CPCMOutputBuffered::StopAudio() End.\n", GetPrefix());
     return result;
 }
@@ -334,6 +392,7 @@ int CPCMOutputBuffered::DeInitialize() {
     m_transfer.clear();
     m_transfer.shrink_to_fit();
     m_input_format = AudioFormat();
+    m_level.store(PackLevel(-EBADF, 0), std::memory_order_release);
     KLOG_INFO("%s CPCMOutputBuffered::DeInitialize() End.\n", GetPrefix());
     return result;
 }

@@ -16,7 +16,7 @@
 // the ring into ALSA period by period. A buffering algorithm decides per block whether it is stored
 // as it is, repeated, replaced by silence or cut, which absorbs clock drift and packet loss.
 // Runs on the player's worker thread; only GetBufferLevel() and NeedsBuffering() may be called
-// from other threads.
+// from other threads, and they read values the worker publishes, never the device.
 class CPCMOutputBuffered : public CPCMOutput, public IResamplerOutput {
 public:
     static constexpr int kDeviceRate = 48000;
@@ -40,11 +40,17 @@ public:
     void set_player_prefix(const char* prefix) override;
 
     virtual int reset_thresholds(int ms);
-    // Ring plus device, in samples; the ALSA result of the delay query.
+    // Ring plus device, in samples; the ALSA result of the delay query. Worker thread only.
     virtual int GetBufferedDelay(int64_t* samples);
-    // The buffered delay in milliseconds; returns snd_pcm_avail of the device.
+    // Any thread: the buffered delay in milliseconds and the device's available frames (-EBADF
+    // without a device), both as the worker last saw them.
     virtual int GetBufferLevel(uint32_t* ms);
+    // Worker thread only: moves whole periods from the ring into a playing device and publishes the
+    // level afresh, so that the card keeps being fed while no new block arrives; returns what
+    // GetBufferLevel() will.
+    int UpdateBufferLevel();
     int ResamplerOutputBuffer(const uint8_t* data, uint32_t frames) override;
+    // Worker thread only: the period transfer, then a fresh level.
     virtual void alsa_write_audio_poll();
 
     int64_t GetThreshold() const { return m_threshold; }
@@ -63,6 +69,10 @@ private:
     // exceeds the block, cut when it is shorter.
     int resample_repeated(const uint8_t* block, uint16_t frames, int64_t count);
     const uint8_t* silence(uint16_t frames);
+    // Moves whole periods from the ring into a playing device; callers publish the level after.
+    void transfer_periods();
+    // Takes the level from the ring and the device and stores it for GetBufferLevel().
+    void publish_level();
 
     BufferingAlgorithm::IBufferingAlgorithm* m_algorithm;  // not owned
     CRingBuffer m_ring;            // own lock; filled and drained on the worker thread
@@ -79,6 +89,10 @@ private:
     int m_max_buffer_ms;
     int m_output_rate;
     std::atomic<bool> m_playing;   // written by the worker, read by NeedsBuffering from any thread
+    // Atomic: written by the worker, read by GetBufferLevel from any thread. The device's avail
+    // result in the high half, the level in ms in the low half: one value, so that a reader never
+    // pairs a level with an avail from another moment.
+    std::atomic<uint64_t> m_level;
     std::vector<uint8_t> m_transfer;  // one period, allocated with the device
     std::vector<uint8_t> m_silence;   // zeros, grown to the longest block asked for
 };

@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <dlfcn.h>
+
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <thread>
 #include <vector>
 
@@ -11,6 +16,16 @@
 #include "CardFixture.h"
 #include "LogCapture.h"
 #include "PacketReader.h"
+
+// Milliseconds the next write into a card waits before it goes ahead: a worker that is descheduled
+// between finding room in the device and filling it.
+static std::atomic<int> g_stall_next_write_ms{0};
+
+// Stands in for libasound's write in the library, which offers no other way to stall in that gap.
+extern "C" snd_pcm_sframes_t snd_pcm_writei(snd_pcm_t* pcm, const void* buffer, snd_pcm_uframes_t frames) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(g_stall_next_write_ms.exchange(0)));
+    return reinterpret_cast<snd_pcm_sframes_t (*)(snd_pcm_t*, const void*, snd_pcm_uframes_t)>(dlsym(RTLD_NEXT, "snd_pcm_writei"))(pcm, buffer, frames);
+}
 
 namespace {
 
@@ -31,12 +46,14 @@ const uint8_t* Bytes(const std::vector<int16_t>& samples, size_t frame) {
     return reinterpret_cast<const uint8_t*>(&samples[frame * 2]);
 }
 
-int CountEvents(const vcard::VirtualCard& card, const char* name) {
-    std::vector<vcard::LogEvent> events;
-    vcard::ReadLog(card.log_path(1), &events);
-    int n = 0;
-    for (const auto& event : events) n += event.name == name;
-    return n;
+// The `key` field of every `name` event in the card's log, in order.
+std::vector<long long> Events(const vcard::VirtualCard& card, const char* name, const char* key = "") {
+    std::vector<vcard::LogEvent> all;
+    vcard::ReadLog(card.log_path(1), &all);
+    std::vector<long long> values;
+    for (const auto& event : all)
+        if (event.name == name) values.push_back(event.number(key));
+    return values;
 }
 
 class BufferedOutput : public CardTest {
@@ -62,7 +79,7 @@ protected:
     std::unique_ptr<CPCMOutputBuffered> m_output;
 };
 
-TEST_F(BufferedOutput, TheThresholdAndTheRingFollowTheBufferLength) {
+TEST_F(BufferedOutput, TheThresholdAndTheRingFollowTheBufferLengthAndWhatDoesNotFitIsDropped) {
     Open(2000);
     EXPECT_EQ(m_output->GetThreshold(), 96000);
     EXPECT_EQ(m_output->GetRingCapacity(), 144000u);
@@ -71,50 +88,8 @@ TEST_F(BufferedOutput, TheThresholdAndTheRingFollowTheBufferLength) {
     EXPECT_EQ(m_output->GetRingCapacity(), 1440000u);
     CPCMOutputBuffered capped(&m_none, 20000, 25);
     EXPECT_EQ(capped.GetThreshold(), 432000);
-}
-
-TEST_F(BufferedOutput, PlaybackStartsWithTheWriteThatReachesTheThreshold) {
     LogCapture capture;
-    Open(200);  // 9600 samples: the ninth block of 1152 reaches it
-    const auto pcm = StereoChirp(48000, kBlock * 9);
-    for (int block = 0; block < 8; ++block) {
-        ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0), 0);
-        EXPECT_TRUE(m_output->NeedsBuffering());
-    }
-    EXPECT_EQ(CountEvents(m_card, "start"), 0);
-    ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, 8 * kBlock), kBlock, 0), 0);
-    EXPECT_FALSE(m_output->NeedsBuffering());
-    EXPECT_EQ(CountEvents(m_card, "start"), 1);
-    EXPECT_TRUE(capture.contains("CPCMOutputBuffered::WriteBuffer(): Audio threshold of 9600 samples reached (current 10368). Starting playback"));
-    uint32_t level_ms = 0;
-    EXPECT_GE(m_output->GetBufferLevel(&level_ms), 0);
-    EXPECT_NEAR(level_ms, 216, 5);
-}
-
-TEST_F(BufferedOutput, AfterAnUnderrunPlaybackWaitsForTheThresholdAgain) {
-    Open(200);
-    const auto pcm = StereoChirp(48000, kBlock * 20);
-    for (int block = 0; block < 9; ++block) m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0);
-    ASSERT_FALSE(m_output->NeedsBuffering());
-    // The device holds at most 8192 frames and nobody refills it: it runs dry within 200 ms.
-    std::this_thread::sleep_for(milliseconds(400));
-    ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, 9 * kBlock), kBlock, 0), 0);
-    EXPECT_TRUE(m_output->NeedsBuffering());
-    EXPECT_GE(CountEvents(m_card, "xrun"), 1);
-    int block = 10;
-    int64_t delay = 0;
-    for (; block < 20 && m_output->NeedsBuffering(); ++block) {
-        ASSERT_EQ(m_output->GetBufferedDelay(&delay), 0);
-        EXPECT_LT(delay, 9600) << "still buffering below the threshold";
-        m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0);
-    }
-    EXPECT_FALSE(m_output->NeedsBuffering());
-    EXPECT_EQ(CountEvents(m_card, "start"), 2);
-}
-
-TEST_F(BufferedOutput, WhatDoesNotFitTheRingIsDroppedWithAnError) {
-    LogCapture capture;
-    Open(100);  // ring of 7200 frames
+    ASSERT_EQ(m_output->SetBufferSize(100), 0);  // a ring of 7200 frames
     std::vector<uint8_t> block(5000 * 4, 0);
     m_output->ResamplerOutputBuffer(block.data(), 4200);
     m_output->ResamplerOutputBuffer(block.data(), 5000);
@@ -122,29 +97,59 @@ TEST_F(BufferedOutput, WhatDoesNotFitTheRingIsDroppedWithAnError) {
     EXPECT_TRUE(capture.contains("ERROR :CPCMOutputBuffered::ResamplerOutputBuffer() Audio buffer full! Dropping 2000 samples..."));
 }
 
-TEST_F(BufferedOutput, StopEmptiesTheRingAndBuffersAgain) {
-    Open(200);
-    const auto pcm = StereoChirp(48000, kBlock * 9);
-    for (int block = 0; block < 9; ++block) m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0);
-    ASSERT_FALSE(m_output->NeedsBuffering());
+// How a playing card starves: nobody writes for longer than the device buffer, and the delay query
+// of the next block meets the underrun; or the worker stalls between finding room in the device and
+// filling it, and the transfer's own write meets it.
+struct Starvation { const char* name; int quiet_ms, stall_ms; };
+class Starved : public BufferedOutput, public ::testing::WithParamInterface<Starvation> {};
+
+TEST_P(Starved, PlaybackWaitsForTheThresholdAgainAndThenRestartsTheCard) {
+    LogCapture capture;
+    Open(200);  // 9600 samples: the ninth block of 1152 reaches it
+    const auto pcm = StereoChirp(48000, kBlock * 20);
+    for (int block = 0; block < 9; ++block) {
+        ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0), 0);
+        EXPECT_EQ(m_output->NeedsBuffering(), block < 8);
+        EXPECT_EQ(Events(m_card, "start").size(), block < 8 ? 0u : 1u);
+    }
+    EXPECT_TRUE(capture.contains("CPCMOutputBuffered::WriteBuffer(): Audio threshold of 9600 samples reached (current 10368). Starting playback"));
+    uint32_t level_ms = 0;
+    EXPECT_GE(m_output->GetBufferLevel(&level_ms), 0);
+    EXPECT_NEAR(level_ms, 216, 5);
+    // The device holds at most 8192 frames and runs dry within 200 ms unless refilled.
+    std::this_thread::sleep_for(milliseconds(GetParam().quiet_ms));
+    g_stall_next_write_ms = GetParam().stall_ms;
+    ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, 9 * kBlock), kBlock, 0), 0);
+    EXPECT_TRUE(m_output->NeedsBuffering()) << "a card that has stopped must not count as playing";
+    ASSERT_EQ(Events(m_card, "xrun").size(), 1u);
+    int64_t delay = 0;
+    for (int block = 10; block < 20 && m_output->NeedsBuffering(); ++block) {
+        ASSERT_EQ(m_output->GetBufferedDelay(&delay), 0);
+        EXPECT_LT(delay, 9600) << "still buffering below the threshold";
+        m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0);
+    }
+    EXPECT_FALSE(m_output->NeedsBuffering());
+    EXPECT_EQ(Events(m_card, "start").size(), 2u);
+    std::this_thread::sleep_for(milliseconds(100));
+    // Stopping empties the ring and drops what the device holds: the output buffers afresh.
     EXPECT_EQ(m_output->StopAudio(), 0);
     EXPECT_TRUE(m_output->NeedsBuffering());
     EXPECT_EQ(m_output->GetRingCount(), 0u);
-    EXPECT_GE(CountEvents(m_card, "drop"), 1);
+    EXPECT_GE(Events(m_card, "drop").size(), 1u);
+    std::vector<uint8_t> captured;
+    ASSERT_EQ(vcard::ReadFileBytes(m_card.capture_path(1), &captured), 0);
+    const auto restart = captured.begin() + std::min<long long>(4 * Events(m_card, "xrun", "played")[0], captured.size());
+    EXPECT_TRUE(std::any_of(restart, captured.end(), [](uint8_t byte) { return byte != 0; })) << "silent after the restart";
 }
+INSTANTIATE_TEST_SUITE_P(Cards, Starved,
+                         ::testing::Values(Starvation{"SeenByTheNextBlocksDelayQuery", 400, 0}, Starvation{"MetByTheTransfersOwnWrite", 50, 400}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
-TEST_F(BufferedOutput, TheSameFormatAgainLeavesTheResamplerAlone) {
-    Open(200);
-    ASSERT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 1}), 0);
-    const unsigned builds = m_output->GetResampler().GetInitCount();
-    EXPECT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 1}), 0);
-    EXPECT_EQ(m_output->GetResampler().GetInitCount(), builds);
-    EXPECT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 0}), -1);
-}
-
-// Signal-to-noise ratio of `played` against `reference` (both 48 kHz stereo) at the lag where
+// Signal-to-noise ratio of `played` against `reference` (both 48 kHz stereo S16) at the lag where
 // their chirp channels line up best.
-double AlignedSnrDb(const std::vector<int16_t>& played, const std::vector<int16_t>& reference, long* lag_out) {
+double AlignedSnrDb(const std::vector<uint8_t>& played_bytes, const std::vector<uint8_t>& reference_bytes, long* lag_out) {
+    const auto samples = [](const std::vector<uint8_t>& bytes) { std::vector<int16_t> values(bytes.size() / 2); std::memcpy(values.data(), bytes.data(), values.size() * 2); return values; };
+    const std::vector<int16_t> played = samples(played_bytes), reference = samples(reference_bytes);
     const long a = static_cast<long>(played.size() / 2), b = static_cast<long>(reference.size() / 2);
     constexpr long kMaxLag = 2048, kStart = 4096, kWindow = 8192;
     double best = -1e300;
@@ -169,39 +174,45 @@ double AlignedSnrDb(const std::vector<int16_t>& played, const std::vector<int16_
     return 10 * std::log10(signal / std::max(noise, 1e-9));
 }
 
-TEST_F(BufferedOutput, TheCardPlaysTheResampledInputInOrder) {
+// The player's other thread reads the level all along, up to the moment the worker closes the device.
+TEST_F(BufferedOutput, TheCardPlaysTheResampledInputInOrderWhileAnotherThreadReadsTheLevel) {
     Open(200);
     ASSERT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 2}), 0);
+    // The same format again leaves the resampler as it is, and an improper one is refused.
+    const unsigned builds = m_output->GetResampler().GetInitCount();
+    EXPECT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 2}), 0);
+    EXPECT_EQ(m_output->GetResampler().GetInitCount(), builds);
+    EXPECT_EQ(m_output->SetAudioFormat(AudioFormat{16, 44100, 0}), -1);
     constexpr int kFrames = 44100 * 2;
     const auto input = StereoChirp(44100, kFrames);
+    uint32_t peak_ms = 0, level_ms = 0;
+    std::thread reader([&] {
+        while (m_output->GetBufferLevel(&level_ms) != -EBADF) peak_ms = std::max(peak_ms, level_ms);
+    });
     for (int at = 0; at + kBlock <= kFrames; at += kBlock) {
-        ASSERT_EQ(m_output->WriteBuffer(Bytes(input, at), kBlock, 0), 0);
-        // Keep about the buffer's worth ahead of the card, as a network stream arriving in real time.
+        EXPECT_EQ(m_output->WriteBuffer(Bytes(input, at), kBlock, 0), 0);
+        // Keep about the buffer's worth ahead of the card, as a network stream arriving in real time;
+        // meanwhile the worker keeps the card fed, as it does while the network stalls.
         uint32_t level = 0;
-        while (!m_output->NeedsBuffering() && m_output->GetBufferLevel(&level) >= 0 && level > 260)
+        while (!m_output->NeedsBuffering() && m_output->UpdateBufferLevel() >= 0 && m_output->GetBufferLevel(&level) >= 0 && level > 260)
             std::this_thread::sleep_for(milliseconds(5));
     }
     m_output->DeInitialize();
+    reader.join();
+    m_output.reset();
+    EXPECT_GT(peak_ms, 200u);
+    EXPECT_EQ(level_ms, 0u) << "a closed device holds nothing";
 
     const std::string raw = m_dir + "/input.raw";
-    {
-        FILE* file = std::fopen(raw.c_str(), "wb");
-        ASSERT_NE(file, nullptr);
-        std::fwrite(input.data(), 2, input.size(), file);
-        std::fclose(file);
-    }
+    std::ofstream(raw, std::ios::binary).write(reinterpret_cast<const char*>(input.data()), static_cast<std::streamsize>(input.size() * 2));
     const std::vector<uint8_t> converted = CommandOutput(
         "ffmpeg -nostdin -loglevel error -f s16le -ar 44100 -ac 2 -i '" + raw + "' -ar 48000 -f s16le - 2>/dev/null");
     std::vector<uint8_t> captured;
     ASSERT_EQ(vcard::ReadFileBytes(m_card.capture_path(1), &captured), 0);
     ASSERT_GT(captured.size(), 48000u * 4 * 3 / 2) << "most of the two seconds were played";
-    std::vector<int16_t> played(captured.size() / 2), reference(converted.size() / 2);
-    std::memcpy(played.data(), captured.data(), played.size() * 2);
-    std::memcpy(reference.data(), converted.data(), reference.size() * 2);
     long lag = 0;
-    const double snr = AlignedSnrDb(played, reference, &lag);
-    std::printf("buffered output against an independent 48 kHz conversion: %.1f dB, lag %ld\n", snr, lag);
-    EXPECT_GT(snr, 40.0);
+    const double snr = AlignedSnrDb(captured, converted, &lag);
+    EXPECT_GT(snr, 40.0) << "against an independent 48 kHz conversion, at lag " << lag;
     EXPECT_LE(std::labs(lag), 64) << "nothing was lost or repeated before the compared window";
 }
 
