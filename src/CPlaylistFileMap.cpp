@@ -182,6 +182,10 @@ void CPlaylistFileMap::SetCurrentPlayable(bool ok) {
     if (!ok && m_playable_count > 0) --m_playable_count;
 }
 
+int CPlaylistFileMap::GetCurrentIndex() const {
+    return m_cursor == m_tracks.end() ? -1 : static_cast<int>(m_cursor->second.parse_index);
+}
+
 int CPlaylistFileMap::GetCurrent(std::string& path) const {
     if (m_cursor == m_tracks.end()) return 0;
     path = m_cursor->second.path;

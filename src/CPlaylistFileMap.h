@@ -55,6 +55,8 @@ public:
     void SetCurrentPlayable(bool ok);
     void ResetPlayableCount() { m_playable_count = GetCount(); }
     int GetCurrent(std::string& path) const;
+    // The position in the file of the track under the cursor, -1 at the end.
+    int GetCurrentIndex() const;
     int GetCurrent(std::string& path, std::string& comment) const;
     int GetNextPlayable(std::string& out);
     int GetCurrentDisplayName(std::string& out) const;
