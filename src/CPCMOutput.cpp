@@ -76,12 +76,14 @@ int CPCMOutput::Initialize() {
                    GetPrefix());
         return abandon_setup(err);
     }
+    m_device_format = m_format;
     return 0;
 }
 
 int CPCMOutput::abandon_setup(int result) {
     snd_pcm_close(m_handle);
     m_handle = nullptr;
+    m_device_format = AudioFormat();
     return result;
 }
 
@@ -168,6 +170,11 @@ int CPCMOutput::SetAudioFormat(const AudioFormat& format) {
         return -1;
     }
     m_format = format;
+    // Tracks of one format play back to back: the device keeps running rather than being drained,
+    // closed and opened again between them, which the listener would hear as a gap.
+    if (m_handle != nullptr && format.bits == m_device_format.bits && format.rate == m_device_format.rate &&
+        format.channels == m_device_format.channels)
+        return 0;
     int result = DeInitWithDrain();
     if (result != 0) {
         KLOG_ERROR("%s ERROR :CPCMOutput::SetAudioFormat(): Error iitilaizing with format(): format:[%d,%d,%d]\n",
@@ -274,6 +281,7 @@ int CPCMOutput::close_handle(bool drain, const char* method) {
             KLOG_ERROR("%s ERROR :CPCMOutput::%s(): cannot drain handle (%s)\n", GetPrefix(), method, snd_strerror(err));
     }
     const int result = snd_pcm_close(m_handle);
+    m_device_format = AudioFormat();
     if (result < 0)
         KLOG_ERROR("%s ERROR :CPCMOutput::%s(): cannot close handle (%s)\n", GetPrefix(), method, snd_strerror(result));
     else

@@ -62,6 +62,7 @@ protected:
     snd_pcm_hw_params_t* m_hw_params;  // only within one set_hwparams() call
     std::string m_device;
     AudioFormat m_format;
+    AudioFormat m_device_format;  // worker thread only: the format the open device was set up for
     // Worker thread only: the buffered output answers level queries from other threads from a
     // snapshot the worker publishes, never through this handle.
     snd_pcm_t* m_handle;
