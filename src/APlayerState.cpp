@@ -1,5 +1,9 @@
 #include "APlayerState.h"
 
+extern "C" {
+#include <libavutil/error.h>
+}
+
 #include "CPlayer.h"
 #include "Logger.h"
 
@@ -44,4 +48,13 @@ void APlayerState::NextOrIdle(const char* operation) {
 void APlayerState::PreviousAndConnect(const char* operation) {
     m_player->MoveTrackDown(Context(operation));
     m_player->SetState(m_player->GetConnecting());
+}
+
+void APlayerState::LogFinished(int result, bool eof_is_error) {
+    if (result == 0 || (result == AVERROR_EOF && !eof_is_error))
+        KLOG_NOTICE("%s  id=%d, state=%s, %s :finished.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
+                    m_player->GetCurrentTrack());
+    else
+        KLOG_INFO("%s  id=%d, state=%s, %s :finished with errors.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
+                  m_player->GetCurrentTrack());
 }

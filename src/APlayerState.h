@@ -42,6 +42,9 @@ protected:
     void SwitchToNewItem(const char* operation);
     // Go idle and drop the track: a stop in every state that plays or prepares a track.
     void StopHere();
+    // The end of a track in the log: a regular end (0, and the end of the file unless `eof_is_error`)
+    // at notice level, anything else as an end with errors.
+    void LogFinished(int result, bool eof_is_error = false);
     // Select the next track and connect to it, or go idle when the item's end was passed.
     void NextOrIdle(const char* operation);
     // Select the previous track and connect to it.

@@ -24,42 +24,44 @@ bool CFaderAdapter::check_player(const char* message) const {
     return true;
 }
 
-void CFaderAdapter::FadeAndStop(uint32_t interval, uint32_t volume) {
-    if (!check_player("%s  CFaderAdapter::FadeAndStop(interval,volume) could not start fading. Initialize Player first\n"))
-        return;
+// The ramp from the player's current volume to `volume`, then `operation`; without time, the volume
+// at once and `now` (the player's stop or pause).
+void CFaderAdapter::fade_then(uint32_t interval, uint32_t volume, uint32_t operation, const Texts& texts,
+                              void (CFaderAdapter::*now)()) {
+    if (!check_player(texts.uninitialised)) return;
     if (interval == 0) {
-        KLOG_WARNING("%s  CFaderAdapter::FadeAndStop(interval,volume) duration is 0 applying volume level right away and stopping",
-                     GetPrefix());
+        KLOG_WARNING(texts.at_once, GetPrefix());
         m_player->SetVolume(static_cast<unsigned short>(volume));
-        m_player->Stop(true);
+        (this->*now)();
         return;
     }
     FadeRequest request;
     request.duration = interval;
     request.target = volume;
     request.init = static_cast<uint32_t>(m_player->GetVolume());
-    request.operation = KorvelPlayer::FADE_OP_STOP;
+    request.operation = operation;
     m_player->PrepareFader(request);
-    KLOG_INFO("%s Requesting fading with Stop at the end ..............\n", GetPrefix());
+    KLOG_INFO(texts.requested, GetPrefix());
+}
+
+void CFaderAdapter::stop_now() { m_player->Stop(true); }
+
+void CFaderAdapter::pause_now() { m_player->Pause(); }
+
+void CFaderAdapter::FadeAndStop(uint32_t interval, uint32_t volume) {
+    static const Texts texts{
+        "%s  CFaderAdapter::FadeAndStop(interval,volume) could not start fading. Initialize Player first\n",
+        "%s  CFaderAdapter::FadeAndStop(interval,volume) duration is 0 applying volume level right away and stopping",
+        "%s Requesting fading with Stop at the end ..............\n"};
+    fade_then(interval, volume, KorvelPlayer::FADE_OP_STOP, texts, &CFaderAdapter::stop_now);
 }
 
 void CFaderAdapter::FadeAndPause(uint32_t interval, uint32_t volume) {
-    if (!check_player("%s  CFaderAdapter::FadeAndPause(interval,volume) could not start fading. Initialize Player first\n"))
-        return;
-    if (interval == 0) {
-        KLOG_WARNING("%s  CFaderAdapter::FadeAndPause(interval,volume) duration is 0 applying volume level right away and pausing",
-                     GetPrefix());
-        m_player->SetVolume(static_cast<unsigned short>(volume));
-        m_player->Pause();
-        return;
-    }
-    FadeRequest request;
-    request.duration = interval;
-    request.target = volume;
-    request.init = static_cast<uint32_t>(m_player->GetVolume());
-    request.operation = KorvelPlayer::FADE_OP_PAUSE;
-    m_player->PrepareFader(request);
-    KLOG_INFO("%s Requesting fading with Pause at the end ..............\n", GetPrefix());
+    static const Texts texts{
+        "%s  CFaderAdapter::FadeAndPause(interval,volume) could not start fading. Initialize Player first\n",
+        "%s  CFaderAdapter::FadeAndPause(interval,volume) duration is 0 applying volume level right away and pausing",
+        "%s Requesting fading with Pause at the end ..............\n"};
+    fade_then(interval, volume, KorvelPlayer::FADE_OP_PAUSE, texts, &CFaderAdapter::pause_now);
 }
 
 void CFaderAdapter::FadeAndPlay(uint32_t interval, uint32_t init, uint32_t target) {

@@ -21,8 +21,19 @@ public:
     void FadeAndPlay(uint32_t interval, uint32_t init, uint32_t target);
 
 private:
+    // The log lines of one kind of fade.
+    struct Texts {
+        const char* uninitialised;
+        const char* at_once;
+        const char* requested;
+    };
+
     // False (after the warning) when there is no player; warns, but goes on, before Initialize.
     bool check_player(const char* message) const;
+    void fade_then(uint32_t interval, uint32_t volume, uint32_t operation, const Texts& texts,
+                   void (CFaderAdapter::*now)());
+    void stop_now();
+    void pause_now();
 
     CPlayer* m_player;  // set once, before the player's worker starts
 };

@@ -730,7 +730,7 @@ int CPlayer::OpenPlaylist(const std::string& caller) {
             KLOG_NOTICE("%s %s id=%d, state=%s, %s : ITEM [%s] start\n", GetPrefix(), GetPrefix(), GetPlayerId(),
                         state->GetName(), caller.c_str(), m_current_playlist.c_str());
             StartAudio();
-            MoveTrackUp(caller, false);
+            SelectFirstTrack(caller);
             return 0;
         }
         KLOG_INFO("%s CPlayer::OpenPlaylist(): Error empty item found.\n", GetPrefix());
@@ -748,7 +748,7 @@ int CPlayer::OpenPlaylist(const std::string& caller) {
             KLOG_NOTICE("%s %s id=%d, state=%s, %s : PLAYLIST [%s] start\n", GetPrefix(), GetPrefix(), GetPlayerId(),
                         state->GetName(), caller.c_str(), m_current_item.c_str());
             StartAudio();
-            MoveTrackUp(caller, false);
+            SelectFirstTrack(caller);
             return 0;
         }
         KLOG_ERROR("%s ERROR :CPlayer::OpenPlaylist(): %s: Error parsing playlist %s return code: %d\n", GetPrefix(),
@@ -762,6 +762,14 @@ int CPlayer::OpenPlaylist(const std::string& caller) {
     StartAudio();
     SetCurrentTrack("");
     return 0;
+}
+
+// An item whose repeat count is used up before its first track (a count of 0) holds nothing to
+// play: a later Play finds no track rather than playing the list once.
+void CPlayer::SelectFirstTrack(const std::string& caller) {
+    if (MoveTrackUp(caller, false) == 0) return;
+    m_playlist.Clear();
+    SetCurrentTrack("");
 }
 
 int CPlayer::MoveTrackUp(const std::string& caller, bool notify) {

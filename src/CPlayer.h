@@ -138,6 +138,7 @@ public:
     void Sleep(int ms);
     int OpenPlaylist(const std::string& caller);
     int MoveTrackUp(const std::string& caller, bool notify);
+    void SelectFirstTrack(const std::string& caller);
     void MoveTrackDown(const std::string& caller);
     int ProcessTrack();
     void CloseTrack();

@@ -1,9 +1,5 @@
 #include "CPlayer_state_buffering.h"
 
-extern "C" {
-#include <libavutil/error.h>
-}
-
 #include "CPlayer.h"
 #include "Logger.h"
 
@@ -37,12 +33,7 @@ void CPlayer_state_buffering::Process() {
         if (!m_player->NeedsBuffering()) m_player->SetState(m_player->GetPlaying());
         return;
     }
-    if (result == 0 || result == AVERROR_EOF)
-        KLOG_NOTICE("%s  id=%d, state=%s, %s :finished.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                    m_player->GetCurrentTrack());
-    else
-        KLOG_INFO("%s  id=%d, state=%s, %s :finished with errors.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                  m_player->GetCurrentTrack());
+    LogFinished(result);
     if (m_player->ClearCustomInterrupt()) {
         KLOG_NOTICE("%s  id=%d, state=%s, %s :stopping becasue of an interrupt.\n", GetPrefix(), m_player->GetPlayerId(),
                     GetName(), m_player->GetCurrentTrack());

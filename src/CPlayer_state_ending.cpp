@@ -28,11 +28,7 @@ void CPlayer_state_ending::PlayPrevious() { SetNewPlaylist(true); }
 void CPlayer_state_ending::Process() {
     const int result = m_player->ProcessTrack();
     if (result > 0) return;
-    if (result == 0)
-        KLOG_NOTICE("%s  id=%d, state=%s, %s :finished.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                    m_player->GetCurrentTrack());
-    else
-        KLOG_INFO("%s  id=%d, state=%s, %s :finished with errors.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                  m_player->GetCurrentTrack());
+    // The end of the file counts as an end with errors here.
+    LogFinished(result, true);
     SetNewPlaylist(true);
 }

@@ -1,9 +1,5 @@
 #include "CPlayer_state_playing.h"
 
-extern "C" {
-#include <libavutil/error.h>
-}
-
 #include "CPlayer.h"
 #include "Logger.h"
 
@@ -62,12 +58,7 @@ void CPlayer_state_playing::PlayPrevious() {
 void CPlayer_state_playing::Process() {
     const int result = m_player->ProcessTrack();
     if (result <= 0) {
-        if (result == 0 || result == AVERROR_EOF)
-            KLOG_NOTICE("%s  id=%d, state=%s, %s :finished.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                        m_player->GetCurrentTrack());
-        else
-            KLOG_INFO("%s  id=%d, state=%s, %s :finished with errors.\n", GetPrefix(), m_player->GetPlayerId(), GetName(),
-                      m_player->GetCurrentTrack());
+        LogFinished(result);
         if (m_stop_at_end) {
             m_stop_at_end = false;
             KLOG_INFO("%s CPlayer_state_playing::Process(): Stopping at song end.\n", GetPrefix());
