@@ -322,7 +322,25 @@ int CPlayer::AssignPlayerChannel() {
     return -1;
 }
 
+// While the worker runs, every part reads its id and prefix on the worker thread: a change made
+// from the host's thread is handed to the worker instead of racing with it.
 void CPlayer::SetPlayerId(int id) {
+    if (is_running()) {
+        PostCommand(kCmdSetPlayerId, bytes_of<int32_t>(id));
+        return;
+    }
+    ApplyPlayerId(id);
+}
+
+void CPlayer::set_player_prefix(const char* prefix) {
+    if (is_running()) {
+        PostCommand(kCmdSetPrefix, prefix != nullptr ? prefix : "");
+        return;
+    }
+    ApplyPrefix(prefix);
+}
+
+void CPlayer::ApplyPlayerId(int id) {
     if (m_out == nullptr) {
         KLOG_ERROR("%s ERROR :NULL AUDIO OUTPUT. Failed to set new Player id/channel. The call should be used after Player Init!",
                    GetPrefix());
@@ -340,7 +358,7 @@ void CPlayer::SetPlayerId(int id) {
     if (m_decoder != nullptr) m_decoder->SetPlayerId(id);
 }
 
-void CPlayer::set_player_prefix(const char* prefix) {
+void CPlayer::ApplyPrefix(const char* prefix) {
     APlayerInfoAdapter::set_player_prefix(prefix);
     if (CAudioSource* source = GetSource())
         source->set_player_prefix(prefix);
@@ -496,6 +514,12 @@ void CPlayer::Execute(const utils::CMsgQueue::Message& message) {
         case kCmdReconnect:
             if (CAudioSource* source = GetSource()) source->Close();
             SetState(m_connecting);
+            break;
+        case kCmdSetPlayerId:
+            ApplyPlayerId(value_of<int32_t>(message.payload));
+            break;
+        case kCmdSetPrefix:
+            ApplyPrefix(message.payload.c_str());
             break;
         case kCmdSelectSong:
             m_fader.Abort();

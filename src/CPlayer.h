@@ -58,6 +58,9 @@ public:
         kCmdReconnect = 15,
         // The cursor move of Play(song_id), made on the worker so that the playlist has one thread.
         kCmdSelectSong = 16,
+        // Id and prefix changes made while the worker runs, applied on the worker.
+        kCmdSetPlayerId = 17,
+        kCmdSetPrefix = 18,
     };
     static constexpr uint16_t kQueueCapacity = 20;
     static constexpr uint16_t kMaxWaitingCommands = 50;
@@ -180,6 +183,8 @@ private:
     void AddCommand(uint16_t id);
     void PrepareFader(const KorvelPlayer::FadeRequest& request);
     void ApplyStreamParams();
+    void ApplyPlayerId(int id);
+    void ApplyPrefix(const char* prefix);
     int AssignPlayerChannel();
     void InterruptSource();
     bool IsPlaylistName(const std::string& name) const;
