@@ -292,6 +292,7 @@ void CPlayer::ResetFields() {
     const int32_t margin = m_stream_params.track_fade_margin;
     const NetworkOptions network = m_stream_params.network;
     m_stream_params = StreamParams();
+    m_requested_stream_params = StreamParams();
     m_stream_params.track_fade_margin = margin;
     m_stream_params.network = network;
     m_stop_interrupt = true;
@@ -747,6 +748,8 @@ void CPlayer::InterruptSource() {
 int CPlayer::OpenPlaylist(const std::string& caller) {
     StopAudio();
     m_playlist.Clear();
+    // A new item starts once, whatever became of the one before it.
+    m_item_started = false;
     APlayerState* state = m_state.load();
     if (m_current_item.empty()) {
         if (!m_current_playlist.empty()) {
@@ -1039,6 +1042,13 @@ void CPlayer::LoadPlaybackInfo(bool notify) {
     KORVEL_ASSERT(kSource, source);
     TrackInfo track;
     source->GetTrackInfo(track);
+    // At the end of a shuffled pass the peek at the next track shuffles anew and leaves the cursor
+    // at the end: the track under way keeps the id it was given when the cursor was still on it.
+    int song_id = m_playlist.GetCurrentIndex();
+    if (song_id < 0) {
+        utils::scope_lock guard(m_lock);
+        if (m_info.m_curr_music_file == m_current_track) song_id = m_info.m_song_id;
+    }
     std::string next;
     const int last = m_playlist.GetNext(next, false);
     KLOG_DEBUG("%s CPlayer::LoadPlaybackInfo() next item is: [%s]\n", GetPrefix(), next.c_str());
@@ -1075,7 +1085,7 @@ void CPlayer::LoadPlaybackInfo(bool notify) {
                   m_info.m_curr_music_file.c_str(), m_info.m_curr_song_name.c_str());
         m_info.m_curr_volume = static_cast<int16_t>(GetVolume());
         m_info.m_playlist_name = m_current_item.empty() ? m_current_playlist : m_current_item;
-        m_info.m_song_id = m_playlist.GetCurrentIndex();
+        m_info.m_song_id = song_id;
         m_info.m_next_music_file = next;
         m_info.m_next_song_name = next_name;
     }
@@ -1148,13 +1158,19 @@ bool CPlayer::NeedsBuffering() { return GetOutputStatus(); }
 
 // ---------------------------------------------------------------- stream parameters
 
+namespace {
+bool SameBuffering(const StreamParams& a, const StreamParams& b) {
+    return a.rtp_delay == b.rtp_delay && a.rtp_accuracy == b.rtp_accuracy && a.rtp_low_threshold == b.rtp_low_threshold &&
+           a.tcp_delay == b.tcp_delay && a.tcp_accuracy == b.tcp_accuracy && a.tcp_low_threshold == b.tcp_low_threshold &&
+           a.stream_fade == b.stream_fade && a.track_fade_margin == b.track_fade_margin;
+}
+}  // namespace
+
 void CPlayer::SetStreamParams(const StreamParams& p) {
     utils::scope_lock guard(m_lock);
-    const StreamParams& s = m_stream_params;
-    if (p.rtp_delay == s.rtp_delay && p.rtp_accuracy == s.rtp_accuracy && p.rtp_low_threshold == s.rtp_low_threshold &&
-        p.tcp_delay == s.tcp_delay && p.tcp_accuracy == s.tcp_accuracy && p.tcp_low_threshold == s.tcp_low_threshold &&
-        p.stream_fade == s.stream_fade && p.track_fade_margin == s.track_fade_margin)
-        return;
+    // A set that needed corrections is stored corrected: the same request again changes nothing either.
+    if (SameBuffering(p, m_stream_params) || SameBuffering(p, m_requested_stream_params)) return;
+    m_requested_stream_params = p;
     KLOG_INFO("%s Setting up new buffer[delay,acc,low_thresh] of RTP[%d,%d,%d]ms, TCP[%d,%d]ms, fade-in [%d]ms ...............\n",
               GetPrefix(), p.rtp_delay, p.rtp_accuracy, p.rtp_low_threshold, p.tcp_delay, p.tcp_accuracy,
               static_cast<int>(p.stream_fade));
@@ -1201,7 +1217,11 @@ void CPlayer::SetStreamParams(const StreamParams& p) {
                     GetPrefix(), static_cast<int>(c.stream_fade));
     }
     m_stream_params = c;
-    PostCommand(kCmdApplyStreamParams);
+    // Before Initialize there is no worker to run the command, and nothing to apply the set to.
+    if (is_running())
+        PostCommand(kCmdApplyStreamParams);
+    else
+        ApplyStreamParams();
 }
 
 void CPlayer::ApplyStreamParams() {

@@ -248,6 +248,7 @@ private:
     BufferingAlgorithm::CBufferingAlgorithm m_rtp_algorithm;    // worker thread only
     BufferingAlgorithm::CBufferingAlgorithmNone m_tcp_algorithm;  // worker thread only
     KorvelPlayer::StreamParams m_stream_params;  // guarded by m_lock
+    KorvelPlayer::StreamParams m_requested_stream_params;  // guarded by m_lock: the last set as asked for
     KorvelPlayer::PlayerItem m_item;        // guarded by m_lock
     CFaderAdapter m_fader;                  // own lock
     CVolumeControlAdapter m_volume;         // own lock
