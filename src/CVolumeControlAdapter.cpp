@@ -93,9 +93,10 @@ int CVolumeControlAdapter::SetOutputVolume(int percent) {
                    GetPrefix(), GetPlayerId(), m_element_name.c_str(), percent, err, snd_strerror(err));
         return -1;
     }
-    KLOG_NOTICE("%s  Setting volume %d%% went OK.\n", GetPrefix(), percent);
+    // Remembered before anything else: a reader that sees the mixer's new value sees this one too.
     m_volume_percent = percent;
     m_volume_mB = ToMillibel(percent);
+    KLOG_NOTICE("%s  Setting volume %d%% went OK.\n", GetPrefix(), percent);
     return 0;
 }
 

@@ -6,11 +6,11 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstring>
 #include <fstream>
 #include <thread>
 #include <vector>
 
+#include "../decoding/PcmChecks.h"
 #include "CBufferingAlgorithmNone.h"
 #include "CPCMOutputBuffered.h"
 #include "CardFixture.h"
@@ -145,35 +145,6 @@ INSTANTIATE_TEST_SUITE_P(Cards, Starved,
                          ::testing::Values(Starvation{"SeenByTheNextBlocksDelayQuery", 400, 0}, Starvation{"MetByTheTransfersOwnWrite", 50, 400}),
                          [](const auto& info) { return std::string(info.param.name); });
 
-// Signal-to-noise ratio of `played` against `reference` (both 48 kHz stereo S16) at the lag where
-// their chirp channels line up best.
-double AlignedSnrDb(const std::vector<uint8_t>& played_bytes, const std::vector<uint8_t>& reference_bytes, long* lag_out) {
-    const auto samples = [](const std::vector<uint8_t>& bytes) { std::vector<int16_t> values(bytes.size() / 2); std::memcpy(values.data(), bytes.data(), values.size() * 2); return values; };
-    const std::vector<int16_t> played = samples(played_bytes), reference = samples(reference_bytes);
-    const long a = static_cast<long>(played.size() / 2), b = static_cast<long>(reference.size() / 2);
-    constexpr long kMaxLag = 2048, kStart = 4096, kWindow = 8192;
-    double best = -1e300;
-    long lag = 0;
-    for (long l = -kMaxLag; l <= kMaxLag; ++l) {
-        double sum = 0;
-        for (long i = kStart; i < kStart + kWindow && i < a; ++i)
-            if (i - l >= 0 && i - l < b) sum += double(played[2 * i]) * reference[2 * (i - l)];
-        if (sum > best) best = sum, lag = l;
-    }
-    double signal = 0, noise = 0;
-    for (long i = 0; i < a; ++i) {
-        const long j = i - lag;
-        if (j < 0 || j >= b) continue;
-        for (int c = 0; c < 2; ++c) {
-            const double r = reference[2 * j + c], e = played[2 * i + c] - r;
-            signal += r * r;
-            noise += e * e;
-        }
-    }
-    *lag_out = lag;
-    return 10 * std::log10(signal / std::max(noise, 1e-9));
-}
-
 // The player's other thread reads the level all along, up to the moment the worker closes the device.
 TEST_F(BufferedOutput, TheCardPlaysTheResampledInputInOrderWhileAnotherThreadReadsTheLevel) {
     Open(200);
@@ -211,7 +182,7 @@ TEST_F(BufferedOutput, TheCardPlaysTheResampledInputInOrderWhileAnotherThreadRea
     ASSERT_EQ(vcard::ReadFileBytes(m_card.capture_path(1), &captured), 0);
     ASSERT_GT(captured.size(), 48000u * 4 * 3 / 2) << "most of the two seconds were played";
     long lag = 0;
-    const double snr = AlignedSnrDb(captured, converted, &lag);
+    const double snr = AlignedSnrDb(Samples(captured), Samples(converted), 2, &lag);
     EXPECT_GT(snr, 40.0) << "against an independent 48 kHz conversion, at lag " << lag;
     EXPECT_LE(std::labs(lag), 64) << "nothing was lost or repeated before the compared window";
 }

@@ -29,6 +29,7 @@ struct CorrectionCase {
     int64_t count;
     const char* line;  // "" when the block passes unchanged
 };
+void PrintTo(const CorrectionCase& c, std::ostream* os) { *os << c.frames << " frames at level " << c.level; }
 
 class RtpCorrection : public Rtp, public ::testing::WithParamInterface<CorrectionCase> {};
 
@@ -84,6 +85,7 @@ struct LossCase {
     int64_t count;
     const char* line;
 };
+void PrintTo(const LossCase& c, std::ostream* os) { *os << c.lost << " packets lost"; }
 
 class RtpLoss : public Rtp, public ::testing::WithParamInterface<LossCase> {};
 

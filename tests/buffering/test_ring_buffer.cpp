@@ -30,51 +30,40 @@ uint32_t FrameValue(const uint8_t* frame) {
 class Ring : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(m_ring.Init(kFrameBytes, kCapacity), 0); }
+    std::vector<uint8_t> Drain(uint32_t frames) {
+        std::vector<uint8_t> out(frames * kFrameBytes);
+        EXPECT_EQ(m_ring.Read(out.data(), frames), frames);
+        return out;
+    }
     CRingBuffer m_ring;
 };
 
-TEST_F(Ring, AFullRoundTripLeavesBothOffsetsAtTheEndOfTheData) {
-    const auto in = Frames(0, kCapacity);
-    EXPECT_EQ(m_ring.Write(in.data(), kCapacity), kCapacity);
+// The ring keeps one spare element, so 100 frames of 4 bytes live in 404 bytes of storage: a full
+// ring ends at 400, a write that ends exactly at the end of the storage wraps to 0, and one that
+// crosses it continues at 0.
+TEST_F(Ring, FramesSurviveEveryPositionOfTheSeamAndResetDiscardsTheRest) {
+    const auto full = Frames(0, kCapacity);
+    EXPECT_EQ(m_ring.Write(full.data(), kCapacity), kCapacity);
     EXPECT_EQ(m_ring.Count(), kCapacity);
     EXPECT_EQ(m_ring.FreeSpace(), 0u);
-    std::vector<uint8_t> out(in.size());
-    EXPECT_EQ(m_ring.Read(out.data(), kCapacity), kCapacity);
-    EXPECT_EQ(out, in);
-    EXPECT_EQ(m_ring.Count(), 0u);
+    EXPECT_EQ(Drain(kCapacity), full);
     EXPECT_EQ(m_ring.ReadOffset(), 400u);
     EXPECT_EQ(m_ring.WriteOffset(), 400u);
-}
-
-TEST_F(Ring, AWriteEndingExactlyAtTheEndWrapsToZero) {
-    const auto first = Frames(0, kCapacity);
-    m_ring.Write(first.data(), kCapacity);
-    std::vector<uint8_t> sink(first.size());
-    m_ring.Read(sink.data(), kCapacity);
-    const auto one = Frames(100, 1);  // the spare element: 400..404 is the end of the storage
-    m_ring.Write(one.data(), 1);
+    const auto spare = Frames(100, 1);
+    m_ring.Write(spare.data(), 1);
     EXPECT_EQ(m_ring.WriteOffset(), 0u);
     EXPECT_EQ(m_ring.Count(), 1u);
-}
-
-TEST_F(Ring, CountAfterAWrapAndDataAcrossTheSeam) {
-    const auto a = Frames(0, 99);  // wptr 396
-    m_ring.Write(a.data(), 99);
-    std::vector<uint8_t> sink(a.size());
-    m_ring.Read(sink.data(), 99);  // rptr 396
-    const auto b = Frames(1000, 4);  // 396..404, then 0..8
-    m_ring.Write(b.data(), 4);
+    EXPECT_EQ(Drain(1), spare);
+    const auto most = Frames(101, 99);
+    m_ring.Write(most.data(), 99);
+    EXPECT_EQ(Drain(99), most);
+    const auto seam = Frames(1000, 4);  // 396..404, then 0..8
+    m_ring.Write(seam.data(), 4);
     EXPECT_EQ(m_ring.WriteOffset(), 8u);
     EXPECT_EQ(m_ring.ReadOffset(), 396u);
     EXPECT_EQ(m_ring.Count(), 4u);
-    std::vector<uint8_t> out(4 * kFrameBytes);
-    m_ring.Read(out.data(), 4);
-    EXPECT_EQ(out, b);
-}
-
-TEST_F(Ring, ResetDiscardsWhatWasNotRead) {
-    const auto in = Frames(0, 10);
-    m_ring.Write(in.data(), 10);
+    EXPECT_EQ(Drain(4), seam);
+    m_ring.Write(seam.data(), 4);
     m_ring.Reset();
     EXPECT_EQ(m_ring.Count(), 0u);
     EXPECT_EQ(m_ring.FreeSpace(), kCapacity);

@@ -67,6 +67,7 @@ protected:
     RecordingOutput m_output;
 };
 
+// A destroyed chain has no slots left to select until it is built again.
 TEST_F(DecoderChain, UnknownOrEmptySlotsSelectNothing) {
     for (int id : {3, 7, -1}) {
         EXPECT_EQ(m_chain.SetDecoderId(id), -1) << id;
@@ -78,6 +79,13 @@ TEST_F(DecoderChain, UnknownOrEmptySlotsSelectNothing) {
         EXPECT_EQ(m_chain.SetBufferSize(100), 0);
     }
     EXPECT_TRUE(m_output.m_events.empty());
+    ASSERT_EQ(m_chain.SetDecoderId(AUDIO_TYPE_MP3), 0);
+    m_chain.DestroyChain();
+    EXPECT_EQ(m_chain.SetDecoderId(AUDIO_TYPE_MP3), -1);
+    EXPECT_EQ(m_chain.GetCurrent(), nullptr);
+    m_chain.DestroyChain();
+    ASSERT_EQ(m_chain.CreateChain("P"), 0);
+    EXPECT_EQ(m_chain.SetDecoderId(AUDIO_TYPE_AAC_ADTS), 0);
 }
 
 struct ChainCase {
@@ -127,17 +135,6 @@ TEST_F(DecoderChain, PrefixesCarryEachPartsTag) {
     ASSERT_EQ(m_chain.SetDecoderId(AUDIO_TYPE_AAC), 0);
     EXPECT_EQ(m_chain.WriteBuffer(nullptr, 0, 0), -1);
     EXPECT_TRUE(capture.contains("P1 DECODER AAC+: ERROR :CAACDecoder::WriteBuffer(): Error: no source."));
-}
-
-TEST(DecoderChainLifecycle, DestroyLeavesNothingSelectedAndCanBeRebuilt) {
-    CAudioDecoderChain chain;
-    ASSERT_EQ(chain.CreateChain("P"), 0);
-    chain.DestroyChain();
-    EXPECT_EQ(chain.GetCurrent(), nullptr);
-    EXPECT_EQ(chain.SetDecoderId(AUDIO_TYPE_MP3), -1);
-    chain.DestroyChain();
-    ASSERT_EQ(chain.CreateChain("P"), 0);
-    EXPECT_EQ(chain.SetDecoderId(AUDIO_TYPE_AAC_ADTS), 0);
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include "CardFixture.h"
 #include "LogCapture.h"
 #include "PacketReader.h"
+#include "PcmChecks.h"
 #include "RecordingOutput.h"
 
 namespace {
@@ -26,10 +27,13 @@ MediaPackets Packets(const std::string& name) {
     return media;
 }
 
+int Write(IAudioOutput& decoder, const std::vector<uint8_t>& bytes, unsigned lost_packets = 0) {
+    return decoder.WriteBuffer(bytes.data(), static_cast<uint16_t>(bytes.size()), lost_packets);
+}
+
 int FeedAll(IAudioOutput& decoder, const MediaPackets& media) {
     int failures = 0;
-    for (const auto& packet : media.packets)
-        failures += decoder.WriteBuffer(packet.data(), static_cast<uint16_t>(packet.size()), 0) < 0;
+    for (const auto& packet : media.packets) failures += Write(decoder, packet) < 0;
     return failures;
 }
 
@@ -46,55 +50,46 @@ protected:
 
 struct Mp3File {
     const char* name;
-    int rate;
-    int channels;
+    const char* format;  // as FormatList writes it
+    bool split_first = false;  // the first packet comes in two halves, as a network read may cut it
 };
+void PrintTo(const Mp3File& f, std::ostream* os) {
+    *os << f.name << (f.split_first ? ", first packet split" : "");
+}
 
 class Mp3Files : public Mp3Decoder, public ::testing::WithParamInterface<Mp3File> {};
 
+// A packet that completes no frame sends nothing, not even the format.
 TEST_P(Mp3Files, DecodeEqualsTheReferenceByteForByteAfterItsFormat) {
-    const MediaPackets media = Packets(GetParam().name);
+    MediaPackets media = Packets(GetParam().name);
     ASSERT_FALSE(media.packets.empty());
+    if (GetParam().split_first) {
+        auto& first = media.packets[0];
+        const auto half = first.begin() + static_cast<long>(first.size() / 2);
+        EXPECT_EQ(Write(m_decoder, std::vector<uint8_t>(first.begin(), half)), 0);
+        EXPECT_TRUE(m_output.m_events.empty());
+        first.erase(first.begin(), half);
+    }
     EXPECT_EQ(FeedAll(m_decoder, media), 0);
-    ASSERT_FALSE(m_output.m_events.empty());
-    const auto& first = m_output.m_events.front();
-    ASSERT_EQ(first.kind, RecordingOutput::Event::kFormat) << "the format comes before any samples";
-    EXPECT_EQ(first.format.bits, 16);
-    EXPECT_EQ(first.format.rate, GetParam().rate);
-    EXPECT_EQ(first.format.channels, GetParam().channels);
-    EXPECT_EQ(m_output.Formats().size(), 1u);
+    EXPECT_EQ(FormatList(m_output), GetParam().format);
+    ASSERT_EQ(m_output.m_events.front().kind, RecordingOutput::Event::kFormat) << "the format comes before any samples";
     const std::vector<uint8_t> reference = ReferenceDecode(GetParam().name);
     ASSERT_FALSE(reference.empty());
     const std::vector<uint8_t> decoded = m_output.AllPcm();
-    EXPECT_EQ(decoded.size(), reference.size());
+    ASSERT_EQ(decoded.size(), reference.size());
     EXPECT_TRUE(decoded == reference);
-    for (const auto& event : m_output.m_events) {
-        if (event.kind == RecordingOutput::Event::kBlock) {
-            EXPECT_LE(event.bytes.size(), CMP3Decoder::kOutputBufferBytes);
-        }
-    }
+    for (const auto& event : m_output.m_events) EXPECT_LE(event.bytes.size(), CMP3Decoder::kOutputBufferBytes);
 }
 
 INSTANTIATE_TEST_SUITE_P(Media, Mp3Files,
-                         ::testing::Values(Mp3File{"mp3_44100_stereo_cbr.mp3", 44100, 2},
-                                           Mp3File{"mp3_44100_stereo_vbr.mp3", 44100, 2},
-                                           Mp3File{"mp3_22050_mono.mp3", 22050, 1},
-                                           Mp3File{"mp2_44100_stereo.mp2", 44100, 2}),
-                         [](const ::testing::TestParamInfo<Mp3File>& info) {
-                             std::string name = info.param.name;
-                             for (char& c : name)
-                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                             return name;
-                         });
+                         ::testing::Values(Mp3File{"mp3_44100_stereo_cbr.mp3", "16/44100/2 ", true},
+                                           Mp3File{"mp3_44100_stereo_vbr.mp3", "16/44100/2 "},
+                                           Mp3File{"mp3_22050_mono.mp3", "16/22050/1 "},
+                                           Mp3File{"mp2_44100_stereo.mp2", "16/44100/2 "}));
 
 TEST_F(Mp3Decoder, ARateChangeIsAnnouncedBeforeTheFirstBlockAtTheNewRate) {
     EXPECT_EQ(FeedAll(m_decoder, Packets("mp3_rate_change.mp3")), 0);
-    const auto formats = m_output.Formats();
-    ASSERT_EQ(formats.size(), 2u);
-    EXPECT_EQ(formats[0].rate, 44100);
-    EXPECT_EQ(formats[0].channels, 2);
-    EXPECT_EQ(formats[1].rate, 32000);
-    EXPECT_EQ(formats[1].channels, 1);
+    EXPECT_EQ(FormatList(m_output), "16/44100/2 16/32000/1 ");
     // Every sample of the first segment went out in the first format: a tail sent after the new
     // announcement would be missing here and play at the wrong rate.
     EXPECT_TRUE(m_output.PcmAt(44100, 2) == ReferenceDecode("mp3_rate_change_part_a.mp3"));
@@ -111,30 +106,15 @@ TEST_F(Mp3Decoder, AnEmptyPacketSendsOneEmptyBlock) {
     EXPECT_EQ(m_output.m_events[0].lost_packets, 0u);
 }
 
-TEST_F(Mp3Decoder, APacketThatCompletesNoFrameSendsNothing) {
-    const MediaPackets media = Packets("mp3_44100_stereo_cbr.mp3");
-    const auto& packet = media.packets.at(0);
-    const uint16_t half = static_cast<uint16_t>(packet.size() / 2);
-    EXPECT_EQ(m_decoder.WriteBuffer(packet.data(), half, 0), 0);
-    EXPECT_TRUE(m_output.m_events.empty());
-    // The rest of the stream then decodes as a whole, format first.
-    EXPECT_EQ(m_decoder.WriteBuffer(packet.data() + half, static_cast<uint16_t>(packet.size() - half), 0), 0);
-    for (size_t i = 1; i < media.packets.size(); ++i)
-        EXPECT_EQ(m_decoder.WriteBuffer(media.packets[i].data(), static_cast<uint16_t>(media.packets[i].size()), 0), 0);
-    ASSERT_EQ(m_output.Formats().size(), 1u);
-    EXPECT_EQ(m_output.m_events.front().kind, RecordingOutput::Event::kFormat);
-    EXPECT_TRUE(m_output.AllPcm() == ReferenceDecode("mp3_44100_stereo_cbr.mp3"));
-}
-
 // A packet of ten frames decodes to more than one output buffer: the packets lost before it must
 // reach the output once, with its first block, or the buffered output conceals them twice.
 TEST_F(Mp3Decoder, LostPacketsTravelWithTheFirstBlockOfTheNextPacketOnly) {
     const MediaPackets media = Packets("mp3_44100_stereo_cbr.mp3");
-    ASSERT_EQ(m_decoder.WriteBuffer(media.packets[0].data(), static_cast<uint16_t>(media.packets[0].size()), 0), 0);
+    ASSERT_EQ(Write(m_decoder, media.packets[0]), 0);
     std::vector<uint8_t> burst;
     for (size_t i = 1; i <= 10; ++i) burst.insert(burst.end(), media.packets[i].begin(), media.packets[i].end());
     const size_t before = m_output.m_events.size();
-    ASSERT_EQ(m_decoder.WriteBuffer(burst.data(), static_cast<uint16_t>(burst.size()), 3), 0);
+    ASSERT_EQ(Write(m_decoder, burst, 3), 0);
 
     std::vector<unsigned> lost;
     for (size_t i = before; i < m_output.m_events.size(); ++i)

@@ -201,7 +201,6 @@ TEST_F(PcmOutput, StopDrainsStartPreparesAndAFormatChangeReopensTheDevice) {
 TEST_F(PcmOutput, AnUnknownDeviceStaysClosedAndEveryCallWithoutADeviceIsHarmless) {
     MakeCard(Variant(vcard::Variant::kFast));
     LogCapture capture;
-    EXPECT_STREQ(m_output.GetDevice(), "plug:dmix");
     m_output.SetDevice("channel9");
     EXPECT_EQ(m_output.SetAudioFormat(AudioFormat{16, kRate, kChannels}), -1);
     EXPECT_TRUE(capture.contains("ERROR :CPCMOutput::Initialize(): cannot open audio device channel9"));

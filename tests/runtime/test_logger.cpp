@@ -11,56 +11,43 @@ const char* counted_prefix() {
     return "PREFIX";
 }
 
-TEST(Logger, IdentityIsTheNameAfterTheLastSlash) {
-    Logger logger;
-    logger.init("/usr/bin/vendra_player");
-    EXPECT_EQ(logger.identity(), "vendra_player");
-    logger.init("vendra player");
-    EXPECT_EQ(logger.identity(), "vendra player");
-    logger.init("/opt/bin/");
-    EXPECT_EQ(logger.identity(), "");
-}
-
-TEST(Logger, OnlyTheFirstInitWritesTheStartLine) {
+TEST(Logger, IdentityIsTheNameAfterTheLastSlashAndOnlyTheFirstInitAnnouncesItself) {
     Logger logger;
     LogCapture capture;
     logger.set_sink(&capture);
-    logger.init("first");
-    logger.init("second");
+    for (const auto& [path, identity] : {std::pair{"/usr/bin/vendra_player", "vendra_player"},
+                                         {"vendra player", "vendra player"}, {"/opt/bin/", ""}}) {
+        logger.init(path);
+        EXPECT_EQ(logger.identity(), identity) << path;
+    }
     logger.set_sink(nullptr);
     EXPECT_EQ(capture.count("Initializing Logging service"), 1);
     ASSERT_FALSE(capture.lines().empty());
     EXPECT_EQ(capture.lines().front().first, LOG_INFO);
 }
 
-TEST(Logger, DefaultMaskPassesOnlyCriticalErrorAndWarning) {
-    LogCapture capture(Logger::kDefaultMask);
-    g_evaluations = 0;
-    KLOG_CRITICAL("%s c", counted_prefix());
-    KLOG_ERROR("%s e", counted_prefix());
-    KLOG_WARNING("%s w", counted_prefix());
-    KLOG_NOTICE("%s n", counted_prefix());
-    KLOG_INFO("%s i", counted_prefix());
-    KLOG_DEBUG("%s d", counted_prefix());
-    // Disabled levels must not even evaluate their arguments.
-    EXPECT_EQ(g_evaluations, 3);
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0], std::make_pair(LOG_CRIT, std::string("PREFIX c")));
-    EXPECT_EQ(lines[1], std::make_pair(LOG_ERR, std::string("PREFIX e")));
-    EXPECT_EQ(lines[2], std::make_pair(LOG_WARNING, std::string("PREFIX w")));
-}
-
-TEST(Logger, FullMaskPassesEveryLevelWithItsPriority) {
-    LogCapture capture(Logger::kFullMask);
-    KLOG_NOTICE("n");
-    KLOG_INFO("i");
-    KLOG_DEBUG("d");
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[0].first, LOG_NOTICE);
-    EXPECT_EQ(lines[1].first, LOG_INFO);
-    EXPECT_EQ(lines[2].first, LOG_DEBUG);
+// A level the mask disables must not even evaluate its arguments.
+TEST(Logger, AMaskPassesOnlyItsLevelsEachWithItsPriority) {
+    const std::pair<unsigned, std::vector<int>> masks[] = {
+        {Logger::kDefaultMask, {LOG_CRIT, LOG_ERR, LOG_WARNING}},
+        {Logger::kFullMask, {LOG_CRIT, LOG_ERR, LOG_WARNING, LOG_NOTICE, LOG_INFO, LOG_DEBUG}}};
+    for (const auto& [mask, expected] : masks) {
+        LogCapture capture(mask);
+        g_evaluations = 0;
+        KLOG_CRITICAL("%s", counted_prefix());
+        KLOG_ERROR("%s", counted_prefix());
+        KLOG_WARNING("%s", counted_prefix());
+        KLOG_NOTICE("%s", counted_prefix());
+        KLOG_INFO("%s", counted_prefix());
+        KLOG_DEBUG("%s", counted_prefix());
+        EXPECT_EQ(g_evaluations, static_cast<int>(expected.size())) << mask;
+        std::vector<int> priorities;
+        for (const auto& [priority, text] : capture.lines()) {
+            priorities.push_back(priority);
+            EXPECT_EQ(text, "PREFIX");
+        }
+        EXPECT_EQ(priorities, expected) << mask;
+    }
 }
 
 TEST(Logger, PrintMapsStderrToErrorAndOtherStreamsToInfo) {

@@ -17,47 +17,38 @@ std::string drain_payloads(CMsgQueue& queue) {
     return out;
 }
 
+// The empty message also clears the payload the previous one left.
 TEST(MsgQueue, DeliversInOrderAndAnEmptyQueueGivesTheEmptyMessage) {
-    CMsgQueue queue("?????", 20);
+    CMsgQueue queue("q", 20);
     queue.Push(0, "a.mp3");
     queue.Push(4);
     queue.Add(11, "b.mp3");
     EXPECT_EQ(queue.Count(), 3);
     CMsgQueue::Message message;
-    EXPECT_EQ(queue.Get(message), 0);
-    EXPECT_EQ(message.payload, "a.mp3");
-    EXPECT_EQ(queue.Get(message), 4);
-    EXPECT_EQ(message.payload, "");
-    EXPECT_EQ(queue.Get(message), 11);
-    EXPECT_EQ(message.payload, "b.mp3");
-    EXPECT_EQ(queue.Get(message), 0xFFFF);
-    EXPECT_EQ(message.payload, "");
+    for (const auto& [id, payload] : {std::pair{0, "a.mp3"}, {4, ""}, {11, "b.mp3"}, {0xFFFF, ""}}) {
+        EXPECT_EQ(queue.Get(message), id);
+        EXPECT_EQ(message.payload, payload) << id;
+    }
     EXPECT_EQ(queue.Count(), 0);
 }
 
-TEST(MsgQueue, AddOnAFullQueueDropsTheOldestAndLogsTheOverflow) {
-    LogCapture capture;
-    CMsgQueue queue("?????", 50);
-    for (int i = 0; i < 60; ++i) queue.Add(1, std::to_string(i));
-    EXPECT_EQ(queue.Count(), 50);
-    EXPECT_EQ(capture.count("Message queue '?????\' overflow"), 10);
-    std::string expected;
-    for (int i = 10; i < 60; ++i) expected += std::to_string(i) + ",";
-    EXPECT_EQ(drain_payloads(queue), expected);
-}
-
-TEST(MsgQueue, PushAdmitsOneBeyondCapacityBeforeDropping) {
-    LogCapture capture;
-    CMsgQueue queue("q", 50);
-    for (int i = 0; i < 51; ++i) queue.Push(1, std::to_string(i));
-    EXPECT_EQ(queue.Count(), 51);
-    EXPECT_EQ(capture.count("overflow"), 0);
-    queue.Push(1, "51");
-    EXPECT_EQ(queue.Count(), 51);
-    EXPECT_EQ(capture.count("Message queue 'q' overflow"), 1);
-    CMsgQueue::Message oldest;
-    queue.Get(oldest);
-    EXPECT_EQ(oldest.payload, "1");
+// Add keeps a full queue at its capacity, Push admits one message beyond it; either then drops the
+// oldest message and logs each overflow.
+TEST(MsgQueue, AFullQueueDropsTheOldestAndLogsEachOverflow) {
+    struct Case { bool push; int messages, kept; };
+    for (const Case& c : {Case{false, 60, 50}, Case{true, 52, 51}}) {
+        LogCapture capture;
+        CMsgQueue queue("q", 50);
+        for (int i = 0; i < c.messages; ++i) {
+            if (c.push) queue.Push(1, std::to_string(i));
+            else queue.Add(1, std::to_string(i));
+        }
+        EXPECT_EQ(queue.Count(), c.kept) << (c.push ? "Push" : "Add");
+        EXPECT_EQ(capture.count("Message queue 'q' overflow"), c.messages - c.kept) << (c.push ? "Push" : "Add");
+        std::string expected;
+        for (int i = c.messages - c.kept; i < c.messages; ++i) expected += std::to_string(i) + ",";
+        EXPECT_EQ(drain_payloads(queue), expected) << (c.push ? "Push" : "Add");
+    }
 }
 
 TEST(MsgQueue, ConcurrentProducersLoseNothingBelowCapacity) {

@@ -39,16 +39,6 @@ TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
     EXPECT_TRUE(other_got_it);
 }
 
-TEST(Event, ASetIsKeptUntilOneWaitConsumesItAndAZeroWaitTimesOutAtOnce) {
-    utils::event ev(false, false);
-    const auto start = Clock::now();
-    EXPECT_EQ(ev.wait(0), 110);
-    std::thread([&] { ev.set(); }).join();  // the time-out path released the lock
-    EXPECT_EQ(ev.wait(5000), 0);
-    EXPECT_LT(elapsed_ms(start), kPromptMs);
-    EXPECT_EQ(ev.wait(0), 110) << "the set was consumed";
-}
-
 // Deadlines live on the monotonic clock, so a wall clock stepped by decades at boot neither fires
 // nor freezes a wait: an absolute monotonic deadline is honoured to the millisecond, and the
 // relative helper counts from the monotonic now.
@@ -67,8 +57,16 @@ TEST(Event, DeadlinesAreOnTheMonotonicClock) {
     EXPECT_LT(elapsed_ms(start), 100 + kPromptMs);
 }
 
-TEST(Event, PulseWakesOnlyAThreadAlreadyWaiting) {
-    utils::event ev;
+// A set waits for one waiter and is consumed by it; a pulse reaches only a thread already waiting;
+// a broadcast set wakes every waiter.
+TEST(Event, SetIsKeptForOneWaitPulseIsLostWithoutAWaiterBroadcastWakesAll) {
+    utils::event ev(false, false);
+    const auto start = Clock::now();
+    EXPECT_EQ(ev.wait(0), 110);
+    std::thread([&] { ev.set(); }).join();  // the time-out path released the lock
+    EXPECT_EQ(ev.wait(5000), 0);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_EQ(ev.wait(0), 110) << "the set was consumed";
     ev.pulse();
     EXPECT_EQ(ev.wait(0), 110) << "a pulse with no waiter must be lost";
 
@@ -80,15 +78,13 @@ TEST(Event, PulseWakesOnlyAThreadAlreadyWaiting) {
     }
     waiter.join();
     EXPECT_EQ(result, 0);
-}
 
-TEST(Event, BroadcastWakesEveryWaiter) {
-    utils::event ev(true, false);
+    utils::event broadcast(true, false);
     std::atomic<int> woken{0};
-    std::thread a([&] { woken += ev.wait(5000) == 0; });
-    std::thread b([&] { woken += ev.wait(5000) == 0; });
+    std::thread a([&] { woken += broadcast.wait(5000) == 0; });
+    std::thread b([&] { woken += broadcast.wait(5000) == 0; });
     std::this_thread::sleep_for(milliseconds(50));
-    ev.set();
+    broadcast.set();
     a.join();
     b.join();
     EXPECT_EQ(woken, 2);
@@ -116,8 +112,17 @@ void wait_until(const std::atomic<bool>& flag) {
     while (!flag && elapsed_ms(start) < 5000) std::this_thread::sleep_for(milliseconds(1));
 }
 
-TEST(Thread, StartsWithItsArgumentAndCutsALongNameForTheKernelOnly) {
+// Stop ends a suspended thread at once, without killing it; on an object that never started a
+// thread it only clears the run flag.
+TEST(Thread, StartsWithItsArgumentCutsALongNameForTheKernelOnlyAndStopsAtOnce) {
     LogCapture capture;
+    SleepingThread never;
+    auto start = Clock::now();
+    never.stop(500);
+    EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_FALSE(never.is_running());
+    EXPECT_TRUE(capture.lines().empty());
+
     int token = 0;
     SleepingThread thread("AVeryLongThreadNameIndeed");
     ASSERT_EQ(thread.start(&token, SCHED_OTHER, 0), 0);
@@ -126,19 +131,11 @@ TEST(Thread, StartsWithItsArgumentAndCutsALongNameForTheKernelOnly) {
     EXPECT_EQ(thread.m_arg_seen, &token);
     EXPECT_EQ(thread.m_kernel_name, "AVeryLongThread");
     EXPECT_EQ(thread.name(), "AVeryLongThreadNameIndeed");
-    thread.stop(500);
-    EXPECT_TRUE(capture.contains("Thread 'AVeryLongThreadNameIndeed' ("));
-    EXPECT_FALSE(thread.is_running());
-}
-
-TEST(Thread, StopEndsASuspendedThreadAtOnceWithoutKilling) {
-    LogCapture capture;
-    SleepingThread thread("sleeper");
-    thread.start(nullptr, SCHED_OTHER, 0);
-    wait_until(thread.m_started);
-    const auto start = Clock::now();
+    start = Clock::now();
     thread.stop(500);
     EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_TRUE(capture.contains("Thread 'AVeryLongThreadNameIndeed' ("));
+    EXPECT_FALSE(thread.is_running());
     EXPECT_FALSE(thread.is_executing());
     EXPECT_EQ(capture.count("killed"), 0);
 }
@@ -177,7 +174,8 @@ public:
     void run(void*) override {
         m_started = true;
         for (;;) usleep(2000);
-    }    std::atomic<bool> m_started{false};
+    }
+    std::atomic<bool> m_started{false};
 };
 
 TEST(Thread, StopCancelsAThreadThatIgnoresItsRunFlag) {
@@ -194,17 +192,6 @@ TEST(Thread, StopCancelsAThreadThatIgnoresItsRunFlag) {
     EXPECT_EQ(capture.count(") killed"), 1);
     EXPECT_FALSE(thread.is_executing());
     std::this_thread::sleep_for(milliseconds(20));  // let the cancellation reach its next sleep
-}
-
-TEST(Thread, StopWithoutAThreadOnlyClearsTheRunFlag) {
-    LogCapture capture;
-    SleepingThread thread;
-    const auto start = Clock::now();
-    thread.stop(500);
-    EXPECT_LT(elapsed_ms(start), kPromptMs);
-    EXPECT_FALSE(thread.is_running());
-    EXPECT_TRUE(capture.lines().empty());
-    EXPECT_EQ(thread.name(), "--");
 }
 
 // Records how suspend behaves when resumed early and when stopped.

@@ -14,21 +14,11 @@
 
 namespace {
 
-std::string md5_hex_of_file(const std::string& path, int* result) {
-    unsigned char digest[utils::kMd5DigestBytes] = {};
-    *result = utils::md5_file(path, digest);
-    std::string hex;
+// Into a string that is not empty: the digits replace what it held.
+std::string Hex(const unsigned char* digest) {
+    std::string hex = "stale";
     utils::convert_array_to_hex_string(digest, utils::kMd5DigestBytes, hex);
     return hex;
-}
-
-TEST(Hex, RendersEveryByteAsTwoLowerCaseDigits) {
-    const unsigned char bytes[] = {0x00, 0xAB, 0x0F};
-    std::string out = "stale";
-    utils::convert_array_to_hex_string(bytes, 3, out);
-    EXPECT_EQ(out, "00ab0f");
-    utils::convert_array_to_hex_string(bytes, 0, out);
-    EXPECT_EQ(out, "");
 }
 
 TEST(HexDeathTest, NullArrayIsAContractViolation) {
@@ -36,27 +26,25 @@ TEST(HexDeathTest, NullArrayIsAContractViolation) {
     EXPECT_DEATH(utils::convert_array_to_hex_string(nullptr, 3, out), "src/utils.*array");
 }
 
-TEST(Md5, DigestsMatchKnownValuesAndSpanManyBlocksAndBadInputIsRefused) {
+// 3000 bytes cross the 1024-byte blocks in which a file is read.
+TEST(Md5, FileAndBufferDigestsInHexMatchKnownValuesAndBadInputIsRefused) {
     ScratchDir dir;
-    int result = -1;
-    EXPECT_EQ(md5_hex_of_file(dir.file("empty", ""), &result), "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(md5_hex_of_file(dir.file("abc", "abc"), &result), "900150983cd24fb0d6963f7d28e17f72");
-    // 3000 bytes cross the 1024-byte read blocks; compare with the buffer digest of the same bytes.
-    const std::string big(3000, 'x');
     unsigned char digest[utils::kMd5DigestBytes];
-    ASSERT_EQ(utils::md5_buffer(big.data(), static_cast<int>(big.size()), digest), 0);
-    std::string expected;
-    utils::convert_array_to_hex_string(digest, utils::kMd5DigestBytes, expected);
-    EXPECT_EQ(md5_hex_of_file(dir.file("big", big), &result), expected);
-
+    const std::pair<std::string, const char*> known[] = {{"", "d41d8cd98f00b204e9800998ecf8427e"},
+                                                         {"abc", "900150983cd24fb0d6963f7d28e17f72"},
+                                                         {std::string(3000, 'x'), "33d7ac42e3aa0f3146843833c23e4365"}};
+    for (const auto& [bytes, md5] : known) {
+        ASSERT_EQ(utils::md5_file(dir.file("data", bytes), digest), 0);
+        EXPECT_EQ(Hex(digest), md5) << bytes.size() << " bytes from a file";
+        ASSERT_EQ(utils::md5_buffer(bytes.data(), static_cast<int>(bytes.size()), digest), 0);
+        EXPECT_EQ(Hex(digest), md5) << bytes.size() << " bytes from a buffer";
+    }
+    std::string none = "stale";
+    utils::convert_array_to_hex_string(digest, 0, none);
+    EXPECT_EQ(none, "");
     EXPECT_EQ(utils::md5_file("/nonexistent/korvel/file", digest), -ENOENT);
     EXPECT_EQ(utils::md5_buffer(nullptr, 3, digest), -EINVAL);
     EXPECT_EQ(utils::md5_buffer("abc", -1, digest), -EINVAL);
-    ASSERT_EQ(utils::md5_buffer("abc", 0, digest), 0);
-    std::string hex;
-    utils::convert_array_to_hex_string(digest, utils::kMd5DigestBytes, hex);
-    EXPECT_EQ(hex, "d41d8cd98f00b204e9800998ecf8427e");
 }
 
 TEST(Trim, StringAndBufferFollowTheSameRule) {
@@ -102,16 +90,11 @@ TEST(Text, CaseConversionAndNumbers) {
 TEST(CompareFiles, TellsSamePathSizesEmptinessAndContent) {
     ScratchDir dir;
     const std::string a = dir.file("a", "hello");
-    const std::string b = dir.file("b", "hello");
-    const std::string c = dir.file("c", "hellO");
-    const std::string d = dir.file("d", "hello!");
-    const std::string e1 = dir.file("e1", "");
-    const std::string e2 = dir.file("e2", "");
     EXPECT_EQ(utils::compare_files(a, a), 1);
-    EXPECT_EQ(utils::compare_files(a, b), 0);
-    EXPECT_NE(utils::compare_files(a, c), 0);
-    EXPECT_EQ(utils::compare_files(a, d), -1);
-    EXPECT_EQ(utils::compare_files(e1, e2), 0);
+    EXPECT_EQ(utils::compare_files(a, dir.file("b", "hello")), 0);
+    EXPECT_NE(utils::compare_files(a, dir.file("c", "hellO")), 0);
+    EXPECT_EQ(utils::compare_files(a, dir.file("d", "hello!")), -1);
+    EXPECT_EQ(utils::compare_files(dir.file("e1", ""), dir.file("e2", "")), 0);
     EXPECT_EQ(utils::compare_files(a, dir.path() + "/missing"), -ENOENT);
 }
 

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include "APlayerInfoAdapter.h"
 #include "PlayerTypes.h"
 
@@ -7,27 +9,18 @@ namespace {
 
 using namespace KorvelPlayer;
 
-TEST(ErrorText, NegativeAndPositiveCodesFindTheSameText) {
-    std::string negative, positive;
-    EXPECT_TRUE(GetErrorText(-1004, negative));
-    EXPECT_TRUE(GetErrorText(1004, positive));
-    EXPECT_EQ(negative, "EPLAYER_SOURCE_TIMEOUT: Audio source timeout detected.");
-    EXPECT_EQ(positive, negative);
-}
-
-TEST(ErrorText, BothEdgesOfTheTableAreReachable) {
-    std::string text;
-    EXPECT_TRUE(GetErrorText(EPLAYER_OPEN_ITEM, text));
-    EXPECT_EQ(text, "EPLAYER_OPEN_ITEM: Failed to open/parse a playback item.");
-    EXPECT_TRUE(GetErrorText(EPLAYER_STREAM_LOW_BUFFER_REACHED, text));
-    EXPECT_EQ(text, "EPLAYER_STREAM_LOW_BUFFER_REACHED: Stream is runnig out of buffer.");
-}
-
-TEST(ErrorText, CodesOutsideTheTableLeaveTheTextAlone) {
-    for (int code : {-999, -1009, 0, 999, 1009, -2147483647 - 1}) {
+// A code and its negation name the same error; codes outside the table leave the text alone.
+TEST(ErrorText, EitherSignFindsTheTextAndCodesOutsideTheTableFindNothing) {
+    const char* const kTimeout = "EPLAYER_SOURCE_TIMEOUT: Audio source timeout detected.";
+    const std::pair<int, const char*> cases[] = {
+        {-1004, kTimeout}, {1004, kTimeout},
+        {EPLAYER_OPEN_ITEM, "EPLAYER_OPEN_ITEM: Failed to open/parse a playback item."},
+        {EPLAYER_STREAM_LOW_BUFFER_REACHED, "EPLAYER_STREAM_LOW_BUFFER_REACHED: Stream is runnig out of buffer."},
+        {-999, nullptr}, {-1009, nullptr}, {0, nullptr}, {999, nullptr}, {1009, nullptr}, {INT_MIN, nullptr}};
+    for (const auto& [code, expected] : cases) {
         std::string text = "unchanged";
-        EXPECT_FALSE(GetErrorText(code, text)) << code;
-        EXPECT_EQ(text, "unchanged") << code;
+        EXPECT_EQ(GetErrorText(code, text), expected != nullptr) << code;
+        EXPECT_EQ(text, expected != nullptr ? expected : "unchanged") << code;
     }
 }
 

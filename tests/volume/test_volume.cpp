@@ -64,66 +64,54 @@ protected:
     CVolumeControlAdapter m_volume;
 };
 
-TEST_F(Mixer, PercentIsWrittenOnARawScaleOfTwoHundredFiftyFive) {
+// Each channel's element is its own: the other adapter's opposite settings never reach it.
+TEST_F(Mixer, PercentIsWrittenToItsOwnElementOnARawScaleOfTwoHundredFiftyFive) {
+    CVolumeControlAdapter other;
     m_volume.set_element_name("chan_1");
+    other.set_element_name("chan_2");
     ASSERT_EQ(m_volume.OpenMixer(), 0);
-    for (const auto& [percent, raw] : {std::pair{100, 255L}, {50, 127L}, {1, 2L}, {0, 0L}}) {
+    ASSERT_EQ(other.OpenMixer(), 0);
+    for (const auto& [percent, raw] : {std::pair{100, 255L}, {80, 204L}, {50, 127L}, {20, 51L}, {1, 2L}, {0, 0L}}) {
         ASSERT_EQ(m_volume.SetOutputVolume(percent), 0) << percent;
+        ASSERT_EQ(other.SetOutputVolume(100 - percent), 0) << percent;
         EXPECT_EQ(ReadRawVolume("chan_1"), raw) << percent;
         EXPECT_EQ(m_volume.GetVolumePercent(), percent);
         EXPECT_EQ(m_volume.GetVolumeMillibel(), m_volume.ToMillibel(percent));
     }
+    EXPECT_EQ(ReadRawVolume("chan_2"), 255);
+    EXPECT_EQ(other.CloseMixer(), 0);
 }
 
-TEST_F(Mixer, DecibelsReachTheCardAndAreRememberedAsPercent) {
+// -17 dB on a linear -120..0 dB scale of 255 steps lies near step 219.
+TEST_F(Mixer, DecibelsReachTheCardAndAreRememberedAsPercentAndOutOfRangeValuesChangeNothing) {
     LogCapture capture;
     ASSERT_EQ(m_volume.OpenMixer(), 0);  // the default element, "Playback"
     ASSERT_EQ(m_volume.SetOutputVolume_db(-17), 0);
+    const long at_minus_17 = ReadRawVolume("Playback");
+    EXPECT_NEAR(at_minus_17, 219, 2);
+    EXPECT_EQ(m_volume.SetOutputVolume(101), -1);
+    EXPECT_EQ(m_volume.SetOutputVolume_db(1), -1);
+    EXPECT_EQ(m_volume.SetOutputVolume_db(-121), -1);
     EXPECT_EQ(m_volume.GetVolumePercent(), 51);
     EXPECT_EQ(m_volume.GetVolumeMillibel(), -1700);
-    const long at_minus_17 = ReadRawVolume("Playback");
+    EXPECT_EQ(ReadRawVolume("Playback"), at_minus_17);
+    EXPECT_TRUE(capture.contains("CPCMOutput::SetOutputVolume(): Volume value 101 is out of range, value in [0..100 %] required."));
+    EXPECT_TRUE(capture.contains("CPCMOutput::SetOutputVolume_db(): Volume value 1 dB is out of range"));
     ASSERT_EQ(m_volume.SetOutputVolume_db(0), 0);
     EXPECT_EQ(m_volume.GetVolumePercent(), 98);
     EXPECT_EQ(ReadRawVolume("Playback"), 255);
     ASSERT_EQ(m_volume.SetOutputVolume_db(-120), 0);
     EXPECT_EQ(m_volume.GetVolumePercent(), 0);
     EXPECT_EQ(ReadRawVolume("Playback"), 0);
-    // -17 dB on a linear -120..0 dB scale of 255 steps lies near step 219.
-    EXPECT_NEAR(at_minus_17, 219, 2);
     EXPECT_TRUE(capture.contains("PLAYBACK : VOLUME CONTROL:  id=-1, CPCMOutput::SetOutputVolume_db(): Setting volume -120 in dB went OK."));
 }
 
-TEST_F(Mixer, OutOfRangeValuesFailAndChangeNothing) {
+// A missing element is only found missing when a setter looks for it.
+TEST_F(Mixer, SettersFailWithoutAnOpenMixerOrAnElementAndCloseIsSafeTwice) {
     LogCapture capture;
-    m_volume.set_element_name("chan_2");
-    ASSERT_EQ(m_volume.OpenMixer(), 0);
-    ASSERT_EQ(m_volume.SetOutputVolume(40), 0);
-    const long raw = ReadRawVolume("chan_2");
-    EXPECT_EQ(m_volume.SetOutputVolume(101), -1);
-    EXPECT_EQ(m_volume.SetOutputVolume_db(1), -1);
-    EXPECT_EQ(m_volume.SetOutputVolume_db(-121), -1);
-    EXPECT_EQ(m_volume.GetVolumePercent(), 40);
-    EXPECT_EQ(m_volume.GetVolumeMillibel(), m_volume.ToMillibel(40));
-    EXPECT_EQ(ReadRawVolume("chan_2"), raw);
-    EXPECT_TRUE(capture.contains("CPCMOutput::SetOutputVolume(): Volume value 101 is out of range, value in [0..100 %] required."));
-    EXPECT_TRUE(capture.contains("CPCMOutput::SetOutputVolume_db(): Volume value 1 dB is out of range"));
-}
-
-TEST_F(Mixer, ChannelElementsAreIndependent) {
-    CVolumeControlAdapter other;
-    m_volume.set_element_name("chan_3");
-    other.set_element_name("chan_4");
-    ASSERT_EQ(m_volume.OpenMixer(), 0);
-    ASSERT_EQ(other.OpenMixer(), 0);
-    ASSERT_EQ(m_volume.SetOutputVolume(20), 0);
-    ASSERT_EQ(other.SetOutputVolume(80), 0);
-    EXPECT_EQ(ReadRawVolume("chan_3"), 51);
-    EXPECT_EQ(ReadRawVolume("chan_4"), 204);
-    EXPECT_EQ(other.CloseMixer(), 0);
-}
-
-TEST_F(Mixer, AMissingElementOpensButEverySetterFails) {
-    LogCapture capture;
+    EXPECT_EQ(m_volume.SetOutputVolume(10), -1);
+    EXPECT_EQ(m_volume.CloseMixer(), 0);
+    EXPECT_TRUE(capture.contains("CPCMOutput::CloseMixer(): No active mixer handle found."));
     m_volume.set_element_name("chan_9");
     ASSERT_EQ(m_volume.OpenMixer(), 0);
     EXPECT_EQ(m_volume.SetOutputVolume(50), -1);
@@ -131,14 +119,6 @@ TEST_F(Mixer, AMissingElementOpensButEverySetterFails) {
     EXPECT_EQ(m_volume.GetVolumePercent(), 0);
     EXPECT_TRUE(capture.contains("PLAYBACK : VOLUME CONTROL: ERROR :SetOutputVolume(): Could not find the mixer simple element: chan_9"));
     EXPECT_TRUE(capture.contains("ERROR :CPCMOutput::SetOutputVolume_db(): Could not find the mixer simple element: 'chan_9'"));
-}
-
-TEST_F(Mixer, SettersWithoutAnOpenMixerFailAndCloseIsSafeTwice) {
-    LogCapture capture;
-    EXPECT_EQ(m_volume.SetOutputVolume(10), -1);
-    EXPECT_EQ(m_volume.CloseMixer(), 0);
-    EXPECT_TRUE(capture.contains("CPCMOutput::CloseMixer(): No active mixer handle found."));
-    ASSERT_EQ(m_volume.OpenMixer(), 0);
     EXPECT_EQ(m_volume.CloseMixer(), 0);
     EXPECT_EQ(m_volume.CloseMixer(), 0);
 }
