@@ -92,7 +92,7 @@ int CPCMOutput::set_hwparams() {
                            static_cast<unsigned>(m_format.channels));
 }
 
-int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned channels) {
+int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us) {
     HwParamsGuard guard(m_hw_params);
     if (int err = snd_pcm_hw_params_malloc(&m_hw_params); err < 0) {
         m_hw_params = nullptr;
@@ -133,6 +133,18 @@ int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned chann
         KLOG_ERROR("%s ERROR :%s(): cannot set channel count to %d (%s)\n", GetPrefix(), where,
                    static_cast<int>(channels), snd_strerror(err));
         return -1;
+    }
+    if (min_buffer_us > 0) {
+        snd_pcm_hw_params_t* before = nullptr;
+        snd_pcm_hw_params_alloca(&before);
+        snd_pcm_hw_params_copy(before, m_hw_params);
+        unsigned int time = min_buffer_us;
+        int direction = 0;
+        if (int err = snd_pcm_hw_params_set_buffer_time_min(m_handle, m_hw_params, &time, &direction); err < 0) {
+            KLOG_WARNING("%s %s(): the device cannot hold %u us of audio (%s)\n", GetPrefix(), where, min_buffer_us,
+                         snd_strerror(err));
+            snd_pcm_hw_params_copy(m_hw_params, before);
+        }
     }
     if (int err = snd_pcm_hw_params(m_handle, m_hw_params); err < 0) {
         KLOG_ERROR("%s ERROR :%s(): cannot set parameters (%s)\n", GetPrefix(), where, snd_strerror(err));

@@ -51,7 +51,9 @@ public:
 protected:
     int set_hwparams();
     // The hardware set-up shared with the buffered output; `where` names the caller in log lines.
-    int apply_hw_params(const char* where, unsigned rate, unsigned channels);
+    // A non-zero `min_buffer_us` asks the device to hold at least that much audio (kept when the
+    // device cannot: a smaller buffer plays, it only needs feeding more often).
+    int apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us = 0);
     int set_swparams();
     int xrun_recovery(snd_pcm_t* handle, int err);
     int close_handle(bool drain, const char* method);

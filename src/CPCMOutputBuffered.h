@@ -23,6 +23,9 @@ public:
     static constexpr int kDeviceChannels = 2;
     static constexpr int kDeviceFrameBytes = 4;
     static constexpr int kMaxBufferMs = 9000;
+    // While the network stalls, the ring is moved into the card only from the demuxer's interrupt
+    // callback, which libavformat calls about every 100 ms: the device must hold more than that gap.
+    static constexpr unsigned kMinDeviceBufferUs = 250000;
     // So large that the device never starts by itself: playback starts explicitly at the threshold.
     static constexpr snd_pcm_uframes_t kNeverStartThreshold = 0x7FFFFFFF;
 
