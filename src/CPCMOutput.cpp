@@ -92,7 +92,8 @@ int CPCMOutput::set_hwparams() {
                            static_cast<unsigned>(m_format.channels));
 }
 
-int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us) {
+int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us,
+                                unsigned min_period_us) {
     HwParamsGuard guard(m_hw_params);
     if (int err = snd_pcm_hw_params_malloc(&m_hw_params); err < 0) {
         m_hw_params = nullptr;
@@ -134,14 +135,23 @@ int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned chann
                    static_cast<int>(channels), snd_strerror(err));
         return -1;
     }
-    if (min_buffer_us > 0) {
+    // Wishes, not conditions: a device that cannot meet one keeps the sizes it has.
+    using SetMin = int (*)(snd_pcm_t*, snd_pcm_hw_params_t*, unsigned int*, int*);
+    const struct {
+        unsigned us;
+        SetMin set;
+        const char* what;
+    } wishes[] = {{min_buffer_us, &snd_pcm_hw_params_set_buffer_time_min, "buffer"},
+                  {min_period_us, &snd_pcm_hw_params_set_period_time_min, "period"}};
+    for (const auto& wish : wishes) {
+        if (wish.us == 0) continue;
         snd_pcm_hw_params_t* before = nullptr;
         snd_pcm_hw_params_alloca(&before);
         snd_pcm_hw_params_copy(before, m_hw_params);
-        unsigned int time = min_buffer_us;
+        unsigned int time = wish.us;
         int direction = 0;
-        if (int err = snd_pcm_hw_params_set_buffer_time_min(m_handle, m_hw_params, &time, &direction); err < 0) {
-            KLOG_WARNING("%s %s(): the device cannot hold %u us of audio (%s)\n", GetPrefix(), where, min_buffer_us,
+        if (int err = wish.set(m_handle, m_hw_params, &time, &direction); err < 0) {
+            KLOG_WARNING("%s %s(): the device cannot take a %s of %u us (%s)\n", GetPrefix(), where, wish.what, wish.us,
                          snd_strerror(err));
             snd_pcm_hw_params_copy(m_hw_params, before);
         }

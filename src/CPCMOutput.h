@@ -53,7 +53,10 @@ protected:
     // The hardware set-up shared with the buffered output; `where` names the caller in log lines.
     // A non-zero `min_buffer_us` asks the device to hold at least that much audio (kept when the
     // device cannot: a smaller buffer plays, it only needs feeding more often).
-    int apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us = 0);
+    // `min_period_us` likewise keeps the periods from being so short that moving audio period by
+    // period costs more than the audio itself.
+    int apply_hw_params(const char* where, unsigned rate, unsigned channels, unsigned min_buffer_us = 0,
+                        unsigned min_period_us = 0);
     int set_swparams();
     int xrun_recovery(snd_pcm_t* handle, int err);
     int close_handle(bool drain, const char* method);

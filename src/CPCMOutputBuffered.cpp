@@ -116,7 +116,7 @@ int CPCMOutputBuffered::alsa_initialize() {
 
 int CPCMOutputBuffered::set_alsa_hw_params() {
     return apply_hw_params("CPCMOutputBuffered::set_alsa_hw_params", static_cast<unsigned>(m_rate),
-                           static_cast<unsigned>(m_channels), kMinDeviceBufferUs);
+                           static_cast<unsigned>(m_channels), kMinDeviceBufferUs, kMinDevicePeriodUs);
 }
 
 int CPCMOutputBuffered::set_alsa_sw_params() {

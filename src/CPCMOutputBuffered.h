@@ -26,6 +26,7 @@ public:
     // While the network stalls, the ring is moved into the card only from the demuxer's interrupt
     // callback, which libavformat calls about every 100 ms: the device must hold more than that gap.
     static constexpr unsigned kMinDeviceBufferUs = 250000;
+    static constexpr unsigned kMinDevicePeriodUs = 10000;
     // So large that the device never starts by itself: playback starts explicitly at the threshold.
     static constexpr snd_pcm_uframes_t kNeverStartThreshold = 0x7FFFFFFF;
 

@@ -47,6 +47,9 @@ constexpr uint16_t kMinTcpAccuracy = 250;
 constexpr uint16_t kMinRtpDelay = 50;
 constexpr uint16_t kMinTcpDelay = 500;
 constexpr int kMaxPercent = 100;
+constexpr long kNanosPerMilli = 1000000L;
+// How often the demuxer's callback feeds the card and checks the level while data arrives.
+constexpr int64_t kFeedIntervalMs = 10;
 
 template <typename T>
 std::string bytes_of(T value) {
@@ -562,6 +565,13 @@ int CPlayer::PlaybackCallback(void* opaque) {
         return 1;
     }
     if (player->m_out == nullptr || player->m_out != player->m_buffered_out) return 0;
+    // libavformat asks at every read of the socket; the card and the level need a look only as often
+    // as a period can pass, not thousands of times a second while data pours in.
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    const int64_t now_ms = static_cast<int64_t>(now.tv_sec) * kMillisPerSecond + now.tv_nsec / kNanosPerMilli;
+    if (now_ms - player->m_last_feed_ms < kFeedIntervalMs) return 0;
+    player->m_last_feed_ms = now_ms;
     CPCMOutputBuffered* buffered = player->m_buffered_out;
     buffered->UpdateBufferLevel();
     uint32_t level_ms = 0;

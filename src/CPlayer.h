@@ -223,6 +223,7 @@ private:
     std::atomic<bool> m_auto_fade_streams;  // atomic: host writes with the item; worker and timer read
     std::atomic<bool> m_auto_fade_tracks;   // atomic: as m_auto_fade_streams
     bool m_low_buffer;                      // worker thread only (the demuxer callback)
+    int64_t m_last_feed_ms = 0;             // worker thread only (the demuxer callback)
     std::atomic<unsigned> m_threshold_ms;   // atomic: worker writes, the demuxer callback reads
     int m_requested_volume;                 // guarded by m_lock
     std::atomic<int> m_db_volume;           // atomic: host writes, worker reads

@@ -1,0 +1,156 @@
+// What a minute of audio costs the device, one way of playing per process so that each peak RSS is
+// its own: an HTTP MP3 stream through the buffered output, a local MP3 file through the direct
+// output, and libmpg123 decoding the same file alone. Both player runs write into the virtual
+// card's untimed variant. Prints one line: "<mode> cpu_s_per_audio_min=<x> peak_rss_kb=<n>".
+//
+// Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH | mpg123 PATH
+#include <mpg123.h>
+#include <sys/resource.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "CPlayer.h"
+#include "CTimer.h"
+#include "Logger.h"
+#include "vcard.h"
+
+namespace {
+
+constexpr int kSecondsPerMinute = 60;
+constexpr int kMaxRunSeconds = 300;
+
+// Waits for the player to have played its item and gone idle again.
+class Done : public KorvelPlayer::IPlayerDelegate {
+public:
+    void NotifyItemPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
+    void NotifyTrackPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&, bool) override {}
+    void NotifyPlaybackCommandExecuted(const KorvelPlayer::PlaybackInfo&) override {}
+    void NotifyPlaybackStateChanged(const KorvelPlayer::PlaybackInfo& info, const char*) override {
+        std::lock_guard<std::mutex> guard(m_lock);
+        if (info.m_player_state == KorvelPlayer::PLAYER_STATE_PLAYING) m_played = true;
+        if (m_played && info.m_player_state == KorvelPlayer::PLAYER_STATE_IDLE) m_idle = true;
+        m_changed.notify_all();
+    }
+    void NotifyTrackPlaybackStarted(const KorvelPlayer::PlaybackInfo&, bool) override {}
+    void NotifyItemPlaybackStarted(const KorvelPlayer::PlaybackInfo&) override {}
+    void NotifyPlaybackItemMissing(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
+    void NotifyPlaybackError(const KorvelPlayer::PlaybackInfo&, int) override {}
+    void NotifyPlaybackInfoChanged(const KorvelPlayer::PlaybackInfo&) override {}
+    bool wait() {
+        std::unique_lock<std::mutex> guard(m_lock);
+        return m_changed.wait_for(guard, std::chrono::seconds(kMaxRunSeconds), [&] { return m_idle; });
+    }
+
+private:
+    std::mutex m_lock;
+    std::condition_variable m_changed;
+    bool m_played = false;
+    bool m_idle = false;
+};
+
+double CpuSeconds(long* peak_rss_kb) {
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    *peak_rss_kb = usage.ru_maxrss;
+    return static_cast<double>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) +
+           static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
+}
+
+// Plays one item on player 1 of a fresh untimed card; false when it did not play to its end.
+bool Play(const std::string& item, const std::string& media_dir) {
+    std::string dir;
+    vcard::VirtualCard card;
+    vcard::Options options;
+    options.variant = vcard::Variant::kFast;
+    if (vcard::MakeTempDir("korvel_footprint", &dir) != 0 || vcard::VirtualCard::Create(dir, options, &card) != 0)
+        return false;
+    utils::CTimer::instance().start_thread();
+    Done done;
+    bool ok;
+    {
+        CPlayer player;
+        player.SetDelegate(&done, &player);
+        KorvelPlayer::InitParams ip;
+        ip.player_id = 1;
+        ip.playlist_dir = media_dir;
+        ip.media_dir = media_dir;
+        ip.prefix = "FOOTPRINT :";
+        KorvelPlayer::StreamParams sp;
+        sp.tcp_delay = 1000;
+        sp.tcp_accuracy = 250;
+        sp.tcp_low_threshold = 500;
+        sp.stream_fade = 0;
+        ok = player.Initialize(ip, sp) == 0;
+        if (ok) {
+            KorvelPlayer::PlayerItem entry;
+            entry.name = item;
+            entry.repeat_count = 1;
+            entry.volume = 50;
+            player.SetItem(entry);
+            player.Play();
+            ok = done.wait();
+        }
+        player.Deinitialize();
+    }
+    utils::CTimer::instance().shutdown();
+    vcard::RemoveTree(dir);
+    return ok;
+}
+
+double DecodeAlone(const std::string& path) {
+    mpg123_init();
+    mpg123_handle* handle = mpg123_new(nullptr, nullptr);
+    long rate = 0;
+    int channels = 0;
+    int encoding = 0;
+    if (handle == nullptr || mpg123_open(handle, path.c_str()) != MPG123_OK ||
+        mpg123_getformat(handle, &rate, &channels, &encoding) != MPG123_OK)
+        return 0;
+    std::vector<unsigned char> pcm(32768);
+    size_t done = 0;
+    size_t bytes = 0;
+    while (mpg123_read(handle, pcm.data(), pcm.size(), &done) == MPG123_OK) bytes += done;
+    bytes += done;
+    mpg123_delete(handle);
+    return static_cast<double>(bytes) / (static_cast<double>(rate) * channels * 2);
+}
+
+double FileSeconds(const std::string& path) { return DecodeAlone(path); }
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s stream URL AUDIO_SECONDS | file PATH | mpg123 PATH\n", argv[0]);
+        return 2;
+    }
+    g_logger.set_mask(Logger::kMaskCritical);
+    const std::string mode = argv[1];
+    const std::string target = argv[2];
+    double audio_seconds = 0;
+    long peak = 0;
+    const double start = CpuSeconds(&peak);
+    if (mode == "stream" && argc > 3) {
+        if (!Play(target, "/tmp/")) return 1;
+        audio_seconds = std::atof(argv[3]);
+    } else if (mode == "file") {
+        const size_t slash = target.find_last_of('/');
+        if (!Play(target.substr(slash + 1), target.substr(0, slash + 1))) return 1;
+    } else if (mode == "mpg123") {
+        audio_seconds = DecodeAlone(target);
+    } else {
+        return 2;
+    }
+    const double cpu = CpuSeconds(&peak) - start;
+    if (mode == "file") audio_seconds = FileSeconds(target);
+    std::printf("%-7s cpu_s_per_audio_min=%.3f peak_rss_kb=%ld audio_s=%.1f\n", mode.c_str(),
+                audio_seconds > 0 ? cpu * kSecondsPerMinute / audio_seconds : 0.0, peak, audio_seconds);
+    return 0;
+}

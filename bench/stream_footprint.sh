@@ -1,0 +1,22 @@
+#!/usr/bin/env bash
+# CPU per minute of audio and peak RSS of the three ways of playing a minute of MP3, in one run:
+# an HTTP stream from the local test server, the same file played locally, and libmpg123 alone.
+# Usage: bench/stream_footprint.sh [BUILD_DIR]   (default: build)
+set -eu
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${1:-$root/build}
+media=$build/media
+song=bench_song_180s.mp3
+seconds=60
+bitrate_bytes=16000                 # 128 kbit/s
+rate=$((bitrate_bytes * 10))        # the server sends ten times faster than the music plays
+limit=$((bitrate_bytes * seconds))
+
+coproc SERVER { exec python3 -S "$root/tests/fixtures/servers/http_server.py" "$media"; }
+read -r _ port <&"${SERVER[0]}"
+trap 'kill "$SERVER_PID" 2>/dev/null || true' EXIT
+
+url="http://127.0.0.1:$port/stream?file=$song&ct=audio/mpeg&rate=$rate&limit=$limit"
+"$build/bench/korvel_stream_footprint" stream "$url" "$seconds"
+"$build/bench/korvel_stream_footprint" file "$media/$song"
+"$build/bench/korvel_stream_footprint" mpg123 "$media/$song"
