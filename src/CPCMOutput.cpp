@@ -141,7 +141,8 @@ int CPCMOutput::apply_hw_params(const char* where, unsigned rate, unsigned chann
         unsigned us;
         SetMin set;
         const char* what;
-    } wishes[] = {{min_buffer_us, &snd_pcm_hw_params_set_buffer_time_min, "buffer"},
+    } wishes[] = {{kMaxDeviceBufferUs, &snd_pcm_hw_params_set_buffer_time_max, "buffer"},
+                  {min_buffer_us, &snd_pcm_hw_params_set_buffer_time_min, "buffer"},
                   {min_period_us, &snd_pcm_hw_params_set_period_time_min, "period"}};
     for (const auto& wish : wishes) {
         if (wish.us == 0) continue;

@@ -18,6 +18,9 @@ public:
     static constexpr const char* kDefaultDevice = "plug:dmix";
     // Playback starts by itself once this many frames are queued.
     static constexpr snd_pcm_uframes_t kStartThresholdFrames = 4096;
+    // A device that lets its buffer grow without bound (software devices do) would otherwise be
+    // given the largest it allows: memory for nothing, and a stop that must drop seconds of audio.
+    static constexpr unsigned kMaxDeviceBufferUs = 1000000;
     // A suspended card that has not resumed after this many tries is prepared afresh instead: a card
     // that never comes back must not hold the worker thread.
     static constexpr int kResumeAttempts = 10;
