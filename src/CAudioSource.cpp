@@ -1,9 +1,11 @@
 #include "CAudioSource.h"
 
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
+#include <strings.h>
 
 extern "C" {
 #include <libavformat/avformat.h>
@@ -19,10 +21,26 @@ constexpr const char* kSource = "src/CAudioSource";
 constexpr const char* kPrefixTag = " AUDIO SOURCE:";
 constexpr const char* kResolverTag = " URL PLAYLIST:";
 constexpr const char* kNetworkProbeSize = "64000";
+constexpr const char* kNetworkFormatProbeSize = "32768";
+// Enough for the first frames of an MPEG or AAC stream: the stream-information pass of a headerless
+// format reads this much audio, in real time, before it ends.
+constexpr const char* kNetworkAnalyzeMicroseconds = "250000";
+constexpr const char* kRtpScheme = "rtp://";
+// More missing packets than this in one gap is a restarted sender, not a loss to conceal.
+constexpr int64_t kMaxLostPerGap = 256;
+constexpr const char* kPlaylistSchemes[] = {"http://", "https://"};
+// The demuxer a stream's declared type names; the server's word saves the probe.
+struct TypeFormat {
+    const char* content_type;
+    const char* format;
+};
+constexpr TypeFormat kStreamFormats[] = {{"audio/mpeg", "mp3"}, {"audio/mp3", "mp3"}, {"audio/mpa", "mp3"},
+                                         {"audio/aac", "aac"},  {"audio/aacp", "aac"}, {"audio/x-aac", "aac"}};
 constexpr const char* kIcyOption = "icy_metadata_packet";
 constexpr const char* kLineEnd = "\r\n";
 constexpr const char* kTitleKey = "StreamTitle='";
 constexpr const char* kValueEnd = "';";
+constexpr const char* kFieldStart = "='";
 constexpr size_t kExtensionChars = 4;
 constexpr int kOpenErrorChars = 128;
 constexpr int kReadErrorChars = 255;
@@ -34,6 +52,18 @@ constexpr size_t kMaxWriteBytes = std::numeric_limits<uint16_t>::max();
 bool ends_with(const std::string& text, const char* tail) {
     const size_t n = std::strlen(tail);
     return text.size() >= n && text.compare(text.size() - n, n, tail) == 0;
+}
+
+bool is_http(const std::string& url) {
+    for (const char* scheme : kPlaylistSchemes)
+        if (strncasecmp(url.c_str(), scheme, std::strlen(scheme)) == 0) return true;
+    return false;
+}
+
+const AVInputFormat* format_of(const std::string& content_type) {
+    for (const TypeFormat& known : kStreamFormats)
+        if (strcasecmp(content_type.c_str(), known.content_type) == 0) return av_find_input_format(known.format);
+    return nullptr;
 }
 
 // For log lines that print addresses with %x, as 32-bit targets do.
@@ -61,7 +91,11 @@ CAudioSource::CAudioSource()
       m_config_size(0),
       m_icy_owner(nullptr),
       m_icy_offset(0),
-      m_library_initialized(false) {
+      m_library_initialized(false),
+      m_rtp_source(false),
+      m_previous_pts(AV_NOPTS_VALUE),
+      m_previous_duration(0),
+      m_observed_step(0) {
     set_name("CAudioSource");
     set_context("");
     set_timeout(kSourceTimeoutSec);
@@ -149,10 +183,17 @@ int CAudioSource::Initialize(const std::string& url, const std::string& item_nam
     m_digest_valid = false;
     std::memset(m_digest, 0, sizeof m_digest);
     ResetTrackInfo();
+    // The server repeats its current packet first after a reconnect: with the last packet kept, the
+    // title it names would look unchanged and stay empty.
+    m_last_icy.clear();
     m_duration_ms = 0;
     m_icy_owner = nullptr;
     m_output_accepted = false;
     m_selection_result = 0;
+    m_rtp_source = strncasecmp(url.c_str(), kRtpScheme, std::strlen(kRtpScheme)) == 0;
+    m_previous_pts = AV_NOPTS_VALUE;
+    m_previous_duration = 0;
+    m_observed_step = 0;
 
     AVDictionary* options = nullptr;
     av_dict_set(&options, "icy", "1", 0);
@@ -230,11 +271,17 @@ int CAudioSource::open_network(const std::string& url, AVDictionary** options) {
     KORVEL_ASSERT(kSource, m_libav_callback.callback != nullptr);
     m_avformat_context->interrupt_callback.callback = m_libav_callback.callback;
     m_avformat_context->interrupt_callback.opaque = m_libav_callback.opaque;
+    // A radio stream arrives in real time: every probed byte is time before the first sound.
     av_dict_set(options, "probesize", kNetworkProbeSize, 0);
+    av_dict_set(options, "analyzeduration", kNetworkAnalyzeMicroseconds, 0);
 
     std::string resolved;
     const char* target = url.c_str();
-    if (m_resolver.ExtractURL(url.c_str(), resolved, m_digest) == CURLPlaylistAudioSource::kResolved) {
+    const AVInputFormat* format = nullptr;
+    // Only HTTP can carry a playlist; any other protocol would only fail the resolver's download.
+    const int resolution = is_http(url) ? m_resolver.ExtractURL(url.c_str(), resolved, m_digest)
+                                        : CURLPlaylistAudioSource::kFailed;
+    if (resolution == CURLPlaylistAudioSource::kResolved) {
         m_digest_valid = true;
         KLOG_NOTICE("%s Opening play list stream audio source %s.", GetPrefix(), resolved.c_str());
         target = resolved.c_str();
@@ -242,11 +289,15 @@ int CAudioSource::open_network(const std::string& url, AVDictionary** options) {
         m_digest_valid = false;
         std::memset(m_digest, 0, sizeof m_digest);
         KLOG_NOTICE("%s Opening URL playback audio source %s.", GetPrefix(), url.c_str());
+        if (resolution == CURLPlaylistAudioSource::kNotPlaylist) format = format_of(m_resolver.GetContentType());
     }
+    if (format == nullptr) av_dict_set(options, "formatprobesize", kNetworkFormatProbeSize, 0);
     set_context(target);
     // The resolution may have taken longer than the limit; the demuxer gets its own full period.
     start_clock();
-    const int result = avformat_open_input(&m_avformat_context, target, nullptr, options);
+    int result = avformat_open_input(&m_avformat_context, target, format, options);
+    // A demuxer that reads its header itself may report the aborted read as a damaged stream.
+    if (result < 0 && timed_out()) result = AVERROR_EXIT;
     if (result >= 0) GetCurrentSourceBitrate();
     return result;
 }
@@ -377,12 +428,28 @@ int64_t CAudioSource::GetCurrentSourceBitrate() {
     return m_avformat_context->bit_rate;
 }
 
+namespace {
+// A title may itself hold "';" (an artist's apostrophe, a quoted word): only a quote that ends the
+// packet (its NUL padding included) or is followed by the next field, letters then "='", ends it.
+bool ends_field(const std::string& packet, size_t after) {
+    size_t i = after;
+    while (i < packet.size() && packet[i] == '\0') ++i;
+    if (i == packet.size()) return true;
+    const size_t key = i;
+    while (i < packet.size() && std::isalpha(static_cast<unsigned char>(packet[i]))) ++i;
+    return i > key && packet.compare(i, std::strlen(kFieldStart), kFieldStart) == 0;
+}
+}  // namespace
+
 bool CAudioSource::ParseIcyTitle(const std::string& packet, std::string& title) {
     size_t start = packet.find(kTitleKey);
-    const size_t end = packet.find(kValueEnd);
-    if (start == std::string::npos || end == std::string::npos) return false;
+    if (start == std::string::npos) return false;
     start += std::strlen(kTitleKey);
-    std::string candidate = end >= start ? packet.substr(start, end - start) : std::string();
+    size_t end = packet.find(kValueEnd, start);
+    while (end != std::string::npos && !ends_field(packet, end + std::strlen(kValueEnd)))
+        end = packet.find(kValueEnd, end + 1);
+    if (end == std::string::npos) return false;
+    std::string candidate = utils::title_to_utf8(packet.substr(start, end - start));
     if (candidate == title) return false;
     title.swap(candidate);
     return true;
@@ -445,11 +512,21 @@ int CAudioSource::forward_packet(const AVPacket* packet) {
     }
     if (packet->size < 1 || m_output == nullptr) return packet->size;
     if (!m_output_accepted && m_selection_result < 0) return m_selection_result;
+    unsigned lost = 0;
+    if (m_rtp_source && packet->pts != AV_NOPTS_VALUE) {
+        const int64_t step = m_previous_duration > 0 ? m_previous_duration : m_observed_step;
+        if (m_previous_pts != AV_NOPTS_VALUE && step > 0)
+            lost = CountLostPackets(m_previous_pts, packet->pts, step);
+        else if (m_previous_pts != AV_NOPTS_VALUE && packet->pts > m_previous_pts)
+            m_observed_step = packet->pts - m_previous_pts;
+        m_previous_pts = packet->pts;
+        m_previous_duration = packet->duration;
+    }
     // The output takes 16-bit lengths; a larger packet goes in pieces rather than being cut short.
     // The first piece tells whether the output takes the packet; the rest of a refused one is dropped.
     const size_t size = static_cast<size_t>(packet->size);
     size_t piece = size < kMaxWriteBytes ? size : kMaxWriteBytes;
-    const int result = m_output->WriteBuffer(packet->data, static_cast<uint16_t>(piece), 0);
+    const int result = m_output->WriteBuffer(packet->data, static_cast<uint16_t>(piece), lost);
     if (result < 0) return m_output_accepted ? packet->size : result;
     m_output_accepted = true;
     for (size_t done = piece; done < size; done += piece) {
@@ -457,6 +534,14 @@ int CAudioSource::forward_packet(const AVPacket* packet) {
         m_output->WriteBuffer(packet->data + done, static_cast<uint16_t>(piece), 0);
     }
     return packet->size;
+}
+
+unsigned CAudioSource::CountLostPackets(int64_t previous_pts, int64_t pts, int64_t step) {
+    if (step <= 0 || pts <= previous_pts) return 0;
+    const int64_t gap = pts - previous_pts;
+    if (gap / step > kMaxLostPerGap) return 0;
+    const int64_t missing = (gap + step / 2) / step - 1;
+    return missing > 0 ? static_cast<unsigned>(missing) : 0;
 }
 
 void CAudioSource::release_demuxer() {

@@ -75,9 +75,13 @@ public:
     void ResetTrackInfo();
     CURLPlaylistAudioSource& GetResolver() { return m_resolver; }
 
-    // Whether the ICY packet changes the stream title (and so `title`). The title is the text between
-    // "StreamTitle='" and the first "';" of the packet.
+    // Whether the ICY packet changes the stream title (and so `title`, in UTF-8).
     static bool ParseIcyTitle(const std::string& packet, std::string& title);
+
+    // The packets an RTP stream lost between two consecutive ones, from the gap of their pts against
+    // the expected `step`; 0 for a step or gap that is not positive and for a jump too long to be a
+    // loss (the sender restarted or its clock wrapped).
+    static unsigned CountLostPackets(int64_t previous_pts, int64_t pts, int64_t step);
 
     static int _read_callback(void* opaque, uint8_t* buf, int size);
     static int64_t _seek_callback(void* opaque, int64_t offset, int whence);
@@ -139,6 +143,12 @@ private:
     void* m_icy_owner;
     int m_icy_offset;
     bool m_library_initialized;
+    // libavformat puts RTP packets back in sequence order but leaves the gaps: the next packet tells
+    // the chain how many to conceal.
+    bool m_rtp_source;
+    int64_t m_previous_pts;       // AV_NOPTS_VALUE before the first packet of an open
+    int64_t m_previous_duration;  // of the packet before, 0 when the demuxer gave none
+    int64_t m_observed_step;      // pts step of the first two packets, for a stream without durations
 };
 
 #endif

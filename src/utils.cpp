@@ -151,6 +151,117 @@ bool read_line(FILE* file, char* buffer, int size, std::string& line, bool& cut)
 
 bool is_url(const std::string& text) { return text.find(kUrlMarker) != std::string::npos; }
 
+namespace {
+constexpr uint32_t kMaxCodePoint = 0x10FFFF;
+constexpr uint32_t kSurrogateFirst = 0xD800;
+constexpr uint32_t kSurrogateLast = 0xDFFF;
+constexpr unsigned char kCp1252First = 0x80;
+constexpr unsigned char kCp1252Last = 0x9F;
+// Windows-1252 at 0x80..0x9F; 0 where the code page defines nothing and Latin-1 applies.
+constexpr uint16_t kCp1252High[] = {
+    0x20AC, 0,      0x201A, 0x0192, 0x201E, 0x2026, 0x2020, 0x2021, 0x02C6, 0x2030, 0x0160,
+    0x2039, 0x0152, 0,      0x017D, 0,      0,      0x2018, 0x2019, 0x201C, 0x201D, 0x2022,
+    0x2013, 0x2014, 0x02DC, 0x2122, 0x0161, 0x203A, 0x0153, 0,      0x017E, 0x0178};
+// More digits than any code point needs: the reference is text, not a character.
+constexpr size_t kMaxReferenceDigits = 8;
+
+void append_utf8(uint32_t code, std::string& out) {
+    if (code < 0x80) {
+        out += static_cast<char>(code);
+    } else if (code < 0x800) {
+        out += static_cast<char>(0xC0 | (code >> 6));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else if (code < 0x10000) {
+        out += static_cast<char>(0xE0 | (code >> 12));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    } else {
+        out += static_cast<char>(0xF0 | (code >> 18));
+        out += static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+        out += static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+        out += static_cast<char>(0x80 | (code & 0x3F));
+    }
+}
+
+// Strict: no overlong forms, no surrogates, nothing above U+10FFFF.
+bool is_valid_utf8(const std::string& text) {
+    const auto* p = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* end = p + text.size();
+    while (p < end) {
+        const unsigned char lead = *p++;
+        if (lead < 0x80) continue;
+        int more;
+        uint32_t code;
+        uint32_t minimum;
+        if ((lead & 0xE0) == 0xC0) {
+            more = 1, code = lead & 0x1F, minimum = 0x80;
+        } else if ((lead & 0xF0) == 0xE0) {
+            more = 2, code = lead & 0x0F, minimum = 0x800;
+        } else if ((lead & 0xF8) == 0xF0) {
+            more = 3, code = lead & 0x07, minimum = 0x10000;
+        } else {
+            return false;
+        }
+        if (end - p < more) return false;
+        for (; more > 0; --more, ++p) {
+            if ((*p & 0xC0) != 0x80) return false;
+            code = (code << 6) | (*p & 0x3F);
+        }
+        if (code < minimum || code > kMaxCodePoint || (code >= kSurrogateFirst && code <= kSurrogateLast))
+            return false;
+    }
+    return true;
+}
+
+// The character of the reference at `at` ("&#...;") and its length, or 0 when it names none.
+size_t character_reference(const std::string& text, size_t at, uint32_t& code) {
+    size_t i = at + 2;
+    const bool hex = i < text.size() && (text[i] == 'x' || text[i] == 'X');
+    if (hex) ++i;
+    const size_t digits_start = i;
+    uint32_t value = 0;
+    while (i < text.size() && i - digits_start <= kMaxReferenceDigits &&
+           (hex ? std::isxdigit(static_cast<unsigned char>(text[i])) : std::isdigit(static_cast<unsigned char>(text[i])))) {
+        const char c = static_cast<char>(std::tolower(static_cast<unsigned char>(text[i])));
+        value = value * (hex ? 16 : 10) + static_cast<uint32_t>(c <= '9' ? c - '0' : c - 'a' + 10);
+        ++i;
+    }
+    const size_t digits = i - digits_start;
+    if (digits == 0 || digits > kMaxReferenceDigits || i >= text.size() || text[i] != ';') return 0;
+    if (value == 0 || value > kMaxCodePoint || (value >= kSurrogateFirst && value <= kSurrogateLast)) return 0;
+    code = value;
+    return i + 1 - at;
+}
+}  // namespace
+
+std::string title_to_utf8(const std::string& text) {
+    std::string utf8;
+    if (is_valid_utf8(text)) {
+        utf8 = text;
+    } else {
+        utf8.reserve(text.size() * 2);
+        for (const char c : text) {
+            const auto byte = static_cast<unsigned char>(c);
+            const bool mapped = byte >= kCp1252First && byte <= kCp1252Last && kCp1252High[byte - kCp1252First] != 0;
+            append_utf8(mapped ? kCp1252High[byte - kCp1252First] : byte, utf8);
+        }
+    }
+    if (utf8.find("&#") == std::string::npos) return utf8;
+    std::string out;
+    out.reserve(utf8.size());
+    for (size_t i = 0; i < utf8.size();) {
+        uint32_t code = 0;
+        const size_t length = utf8.compare(i, 2, "&#") == 0 ? character_reference(utf8, i, code) : 0;
+        if (length == 0) {
+            out += utf8[i++];
+        } else {
+            append_utf8(code, out);
+            i += length;
+        }
+    }
+    return out;
+}
+
 std::string to_upper(const std::string& text) {
     std::string out(text);
     for (char& c : out) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));

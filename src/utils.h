@@ -31,6 +31,12 @@ bool read_line(std::FILE* file, char* buffer, int size, std::string& line, bool&
 // The one rule by which the player tells a network location from a local path, wherever it chooses.
 bool is_url(const std::string& text);
 
+// Stream titles arrive in whatever encoding the broadcaster's tool used; the host shows UTF-8 only.
+// Valid UTF-8 is kept; any other text is read as Windows-1252 (Latin-1 where that leaves a byte
+// undefined). HTML numeric character references ("&#8211;", "&#x2660;") become their characters;
+// one that names no character stays as it is. The result is always valid UTF-8.
+std::string title_to_utf8(const std::string& text);
+
 std::string to_upper(const std::string& text);
 std::string to_lower(const std::string& text);
 

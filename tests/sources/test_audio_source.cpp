@@ -203,13 +203,37 @@ TEST(PacketReading, NeedsAnOpenSourceAndAnOutputThatTakesTheTrackAndStopsAtOnceA
     source.Close();
 }
 
-TEST(IcyTitle, ChangesOnlyWhenTheTitleDiffers) {
-    struct Case { const char *before, *packet; bool changed; const char* after; };
-    for (const Case& c : {Case{"", "StreamTitle='Artist - Song';StreamUrl='';", true, "Artist - Song"},
-                          Case{"Artist - Song", "StreamTitle='Artist - Song';StreamUrl='';", false, "Artist - Song"},
-                          Case{"Artist - Song", "StreamTitle='';", true, ""}, Case{"", "StreamTitle='';", false, ""},
-                          Case{"Old", "StreamTitle='no end", false, "Old"},
-                          Case{"Old", "StreamUrl='x';StreamTitle='New';", true, ""}}) {  // the first "';" ends it
+TEST(RtpLoss, CountsTheMissingPacketsOfAGapAndNoLossAcrossAReset) {
+    struct Case { int64_t previous, pts, step; unsigned lost; };
+    for (const Case& c : {Case{1000, 3351, 2351, 0}, Case{1000, 1000 + 3 * 2351, 2351, 2},
+                          Case{1000, 1000 + 7 * 2351 + 900, 2351, 6}, Case{1000, 1000 + 2 * 2351 - 1300, 2351, 0},
+                          Case{1000, 1000 + 3 * 2351 - 1100, 2351, 2}, Case{1000, 1000, 2351, 0},
+                          Case{4294966000, 3000, 2351, 0}, Case{1000, 5000000000, 2351, 0},
+                          Case{1000, 8000, 0, 0}}) {
+        EXPECT_EQ(CAudioSource::CountLostPackets(c.previous, c.pts, c.step), c.lost)
+            << c.previous << " -> " << c.pts << " step " << c.step;
+    }
+}
+
+// What the host shows: the whole title, however it is quoted or encoded, in UTF-8.
+TEST(IcyTitle, ChangesOnlyWhenTheTitleDiffersAndReachesTheHostAsUtf8) {
+    struct Case { const char* before; std::string packet; bool changed; const char* after; };
+    using namespace std::string_literals;
+    for (const Case& c : {
+             Case{"", "StreamTitle='Artist - Song';StreamUrl='';", true, "Artist - Song"},
+             Case{"Artist - Song", "StreamTitle='Artist - Song';StreamUrl='';", false, "Artist - Song"},
+             Case{"Artist - Song", "StreamTitle='';", true, ""}, Case{"", "StreamTitle='';", false, ""},
+             Case{"Old", "StreamTitle='no end", false, "Old"},
+             Case{"Old", "StreamUrl='x';StreamTitle='y';", true, "y"},
+             Case{"", "StreamTitle='It's 'n'; Part 2';", true, "It's 'n'; Part 2"},
+             Case{"", "StreamTitle='a';b';\0\0\0"s, true, "a';b"},
+             Case{"", "StreamTitle='Caf\xE9 \x96 \x80 \x81';", true, "Caf\xC3\xA9 \xE2\x80\x93 \xE2\x82\xAC \xC2\x81"},
+             Case{"", "StreamTitle='Caf\xC3\xA9 \xE2\x80\x93';", true, "Caf\xC3\xA9 \xE2\x80\x93"},
+             Case{"", "StreamTitle='\xC0\xAF \xED\xA0\x80';", true, "\xC3\x80\xC2\xAF \xC3\xAD\xC2\xA0\xE2\x82\xAC"},
+             Case{"", "StreamTitle='A &#8211; B &#x2660;&#X1F600;';", true, "A \xE2\x80\x93 B \xE2\x99\xA0\xF0\x9F\x98\x80"},
+             Case{"", "StreamTitle='\xE9&#233;';", true, "\xC3\xA9\xC3\xA9"},
+             Case{"", "StreamTitle='&#; &#x; &#xZZ; &#0; &#1114112; &#xD800; &#65 &';", true,
+                  "&#; &#x; &#xZZ; &#0; &#1114112; &#xD800; &#65 &"}}) {
         std::string title = c.before;
         EXPECT_EQ(CAudioSource::ParseIcyTitle(c.packet, title), c.changed) << c.before << " + " << c.packet;
         EXPECT_EQ(title, c.after) << c.before << " + " << c.packet;

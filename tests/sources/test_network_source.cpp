@@ -98,11 +98,18 @@ TEST_F(NetworkSource, AnIcyTitleChangeIsReportedOnceWhenItArrives) {
     EXPECT_STREQ(m_source.GetIcyMetadata(), "StreamTitle='Artist - Song';StreamUrl='';");
     EXPECT_EQ(PacketsUntilTitleChange(m_source, 300), -1) << "the same packet again is no change";
 
+    // A reconnect is a fresh open: the title the server repeats is news to it.
+    ASSERT_GE(m_source.Initialize(m_server.url("/stream?file=mp3_44100_stereo_cbr.mp3&metaint=8192&rate=200000"), ""),
+              0);
+    ASSERT_GT(PacketsUntilTitleChange(m_source, 200), 0) << "the reopened stream never names its title";
+    m_source.GetTrackInfo(info);
+    EXPECT_EQ(info.title, "Artist - Song");
+
     m_server.Get("/control/title?t=StreamTitle%3D%27%27%3B");
     ASSERT_GT(PacketsUntilTitleChange(m_source, 3000), 0);
     m_source.GetTrackInfo(info);
     EXPECT_EQ(info.title, "");
-    EXPECT_EQ(capture.count("new icy meta data packet: "), 2);
+    EXPECT_EQ(capture.count("new icy meta data packet: "), 3);
 }
 
 TEST_F(NetworkSource, AStalledStreamEndsWithExitAfterTheLimitAndNotMuchLater) {
@@ -183,7 +190,7 @@ int FreeRtpPort() {
     return 0;
 }
 
-TEST_F(NetworkSource, AnRtpStreamFailsTheResolverAndIsOpenedAsUrlPlayback) {
+TEST_F(NetworkSource, AnRtpStreamIsOpenedAsUrlPlaybackWithoutTheResolver) {
     const int port = FreeRtpPort();
     ASSERT_NE(port, 0);
     const std::string url = "rtp://127.0.0.1:" + std::to_string(port);
@@ -193,14 +200,35 @@ TEST_F(NetworkSource, AnRtpStreamFailsTheResolverAndIsOpenedAsUrlPlayback) {
     LogCapture capture;
     ASSERT_GE(m_source.Initialize(url, ""), 0);
     EXPECT_TRUE(capture.contains("Opening URL playback audio source " + url));
+    EXPECT_FALSE(capture.contains("ERROR")) << "no playlist download is tried for a protocol that has none";
     EXPECT_EQ(m_source.GetPlaylistDigest(), "");
     EXPECT_EQ(m_source.GetCodecType(), CODEC_MP3);
     int forwarded = 0;
     bool changed = false;
     for (int i = 0; i < 20; ++i) forwarded += m_source.ProcessPacket(changed) > 0 ? 1 : 0;
     EXPECT_GE(forwarded, 15);
+    EXPECT_EQ(m_sink.m_lost, 0u) << "a stream that lost nothing has nothing to conceal";
     ASSERT_FALSE(m_sink.m_packets.empty());
     EXPECT_EQ(m_sink.m_packets.back()[0], 0xFF) << "whole MPEG frames, without the RTP payload header";
+}
+
+// The stream arrives in real time: the open decides from the declared type, or from a short probe,
+// rather than from seconds of audio.
+TEST_F(NetworkSource, AnMp3OrAacStreamOpensWithinAFractionOfASecond) {
+    std::system(("cp '" + MediaPath("aac_lc_44100_stereo.aac") + "' '" + m_dir.path() + "/'").c_str());
+    struct Case { const char* query; int codec; };
+    for (const Case& c : {Case{"file=mp3_44100_stereo_cbr.mp3", CODEC_MP3},
+                          Case{"file=aac_lc_44100_stereo.aac&ct=audio/aacp", CODEC_AAC_ADTS},
+                          Case{"file=aac_lc_44100_stereo.aac&ct=application/octet-stream", CODEC_AAC_ADTS}}) {
+        const auto start = Clock::now();
+        ASSERT_GE(m_source.Initialize(m_server.url(std::string("/stream?rate=16000&metaint=8192&") + c.query), ""), 0);
+        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        std::printf("open of %s: %.3f s\n", c.query, seconds);
+        EXPECT_LT(seconds, 1.5) << c.query;
+        EXPECT_EQ(m_source.GetCodecType(), c.codec) << c.query;
+        bool changed = false;
+        EXPECT_GT(m_source.ProcessPacket(changed), 0) << c.query;
+    }
 }
 
 // Entries that do not answer each get the whole limit, not a share of one: the third is still tried.
