@@ -3,7 +3,9 @@
 // output, and libmpg123 decoding the same file alone. Both player runs write into the virtual
 // card's untimed variant. Prints one line: "<mode> cpu_s_per_audio_min=<x> peak_rss_kb=<n>".
 //
-// Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH | mpg123 PATH
+// Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH | mpg123 PATH | first URL
+// "first" plays the stream on the real-time card instead and prints the time from Play to the end
+// of the open (buffering starts) and to the card's start (playing), with a 1 s delay configured.
 #include <mpg123.h>
 #include <sys/resource.h>
 
@@ -34,6 +36,10 @@ public:
     void NotifyPlaybackCommandExecuted(const KorvelPlayer::PlaybackInfo&) override {}
     void NotifyPlaybackStateChanged(const KorvelPlayer::PlaybackInfo& info, const char*) override {
         std::lock_guard<std::mutex> guard(m_lock);
+        const auto now = std::chrono::steady_clock::now();
+        if (info.m_player_state == KorvelPlayer::PLAYER_STATE_BUFFERING && m_opened_at == Clock::time_point())
+            m_opened_at = now;
+        if (info.m_player_state == KorvelPlayer::PLAYER_STATE_PLAYING && !m_played) m_playing_at = now;
         if (info.m_player_state == KorvelPlayer::PLAYER_STATE_PLAYING) m_played = true;
         if (m_played && info.m_player_state == KorvelPlayer::PLAYER_STATE_IDLE) m_idle = true;
         m_changed.notify_all();
@@ -47,8 +53,20 @@ public:
         std::unique_lock<std::mutex> guard(m_lock);
         return m_changed.wait_for(guard, std::chrono::seconds(kMaxRunSeconds), [&] { return m_idle; });
     }
+    bool wait_playing() {
+        std::unique_lock<std::mutex> guard(m_lock);
+        return m_changed.wait_for(guard, std::chrono::seconds(kMaxRunSeconds), [&] { return m_played; });
+    }
+    using Clock = std::chrono::steady_clock;
+    void report(Clock::time_point start) {
+        std::lock_guard<std::mutex> guard(m_lock);
+        const auto ms = [&](Clock::time_point at) { return std::chrono::duration<double, std::milli>(at - start).count(); };
+        std::printf("first   open_ms=%.0f card_start_ms=%.0f delay_ms=1000\n", ms(m_opened_at), ms(m_playing_at));
+    }
 
 private:
+    Clock::time_point m_opened_at;   // guarded by m_lock
+    Clock::time_point m_playing_at;  // guarded by m_lock
     std::mutex m_lock;
     std::condition_variable m_changed;
     bool m_played = false;
@@ -63,12 +81,13 @@ double CpuSeconds(long* peak_rss_kb) {
            static_cast<double>(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-// Plays one item on player 1 of a fresh untimed card; false when it did not play to its end.
-bool Play(const std::string& item, const std::string& media_dir) {
+// Plays one item on player 1 of a fresh card (untimed, or real-time for `first_sound`); false when
+// it did not play to its end. With `first_sound` it stops once the card has started and prints when.
+bool Play(const std::string& item, const std::string& media_dir, bool first_sound = false) {
     std::string dir;
     vcard::VirtualCard card;
     vcard::Options options;
-    options.variant = vcard::Variant::kFast;
+    options.variant = first_sound ? vcard::Variant::kPaced : vcard::Variant::kFast;
     if (vcard::MakeTempDir("korvel_footprint", &dir) != 0 || vcard::VirtualCard::Create(dir, options, &card) != 0)
         return false;
     utils::CTimer::instance().start_thread();
@@ -94,8 +113,10 @@ bool Play(const std::string& item, const std::string& media_dir) {
             entry.repeat_count = 1;
             entry.volume = 50;
             player.SetItem(entry);
+            const auto start = std::chrono::steady_clock::now();
             player.Play();
-            ok = done.wait();
+            ok = first_sound ? done.wait_playing() : done.wait();
+            if (ok && first_sound) done.report(start);
         }
         player.Deinitialize();
     }
@@ -143,6 +164,8 @@ int main(int argc, char** argv) {
     } else if (mode == "file") {
         const size_t slash = target.find_last_of('/');
         if (!Play(target.substr(slash + 1), target.substr(0, slash + 1))) return 1;
+    } else if (mode == "first") {
+        return Play(target, "/tmp/", true) ? 0 : 1;
     } else if (mode == "mpg123") {
         audio_seconds = DecodeAlone(target);
     } else {

@@ -20,3 +20,8 @@ url="http://127.0.0.1:$port/stream?file=$song&ct=audio/mpeg&rate=$rate&limit=$li
 "$build/bench/korvel_stream_footprint" stream "$url" "$seconds"
 "$build/bench/korvel_stream_footprint" file "$media/$song"
 "$build/bench/korvel_stream_footprint" mpg123 "$media/$song"
+# Time to first sound: the server sends at the music's own rate, as a radio does.
+"$build/bench/korvel_stream_footprint" first "http://127.0.0.1:$port/stream?file=$song&ct=audio/mpeg&rate=$bitrate_bytes"
+start=$(date +%s%N)
+ffmpeg -nostdin -hide_banner -loglevel error -i "http://127.0.0.1:$port/stream?file=$song&rate=$bitrate_bytes" -t 0.05 -f null - || true
+echo "ffmpeg  open_and_first_50ms_ms=$(( ($(date +%s%N) - start) / 1000000 ))"
