@@ -1008,6 +1008,10 @@ int CPlayer::ProcessTrack() {
     if (result == AVERROR_EOF) {
         KLOG_INFO("%s CPlayer::ProcessTrack():-------------------------|>EOF detected\n", GetPrefix());
         m_partially_played = false;
+    } else if (result == AVERROR(EIO) && m_is_stream) {
+        // A stream without a length ends as an input error when the server closes it: the end of
+        // the stream, not a fault of the player's.
+        KLOG_INFO("%s CPlayer::ProcessTrack():-------------------------|>EOF detected\n", GetPrefix());
     } else if (result == AVERROR_EXIT) {
         if (source->GetTimeout() < 0) {
             KLOG_INFO("%s CPlayer::ProcessTrack():-------------------------|> interrupt detected\n", GetPrefix());

@@ -76,7 +76,8 @@ void CPlayer_state_playing::Process() {
             PlayNext();
         }
     }
-    if (m_player->NeedsBuffering()) {
+    // Only while this state still plays: a track that ended may have sent the player idle already.
+    if (m_player->GetState() == this && m_player->NeedsBuffering()) {
         m_player->SetState(m_player->GetBuffering());
         m_player->NotifyAudioStreamFinished();
     }

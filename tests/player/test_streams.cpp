@@ -1,0 +1,280 @@
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <sys/socket.h>
+
+#include "LocalServer.h"
+#include "PlayerFixture.h"
+
+namespace {
+
+using namespace KorvelPlayer;
+using R = RecordingDelegate;
+
+// The long tone is 128 kbit/s: 16000 bytes a second keeps a radio exactly in real time.
+constexpr int kBytesPerSecond = 16000;
+
+std::string Bytes(double seconds) { return std::to_string(static_cast<long>(seconds * kBytesPerSecond)); }
+
+// A port on 127.0.0.1 that nobody listens on.
+int ClosedPort() {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    ::bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+    ::close(fd);
+    return ntohs(address.sin_port);
+}
+
+// A player on small buffers, so that every time-out is a matter of seconds (the source gives up
+// (delay + accuracy) / 1000 + 5 s after its last data), and a local radio server.
+class StreamTest : public PlayerTest {
+protected:
+    void StartStream(uint16_t delay_ms = 1000, const std::vector<std::string>& tracks = {"track_long.mp3"}) {
+        m_params.tcp_delay = delay_ms;
+        m_params.tcp_accuracy = 250;
+        m_params.tcp_low_threshold = 500;
+        m_params.stream_fade = 0;
+        Start(tracks);  // the card's device buffer is 8192 frames, as a mixing daemon's
+        m_server = std::make_unique<LocalHttpServer>(m_media);
+        ASSERT_GT(m_server->port(), 0);
+    }
+    // The long tone as a radio at its own bit rate, with ICY titles; `extra` adds query parameters.
+    std::string Radio(const std::string& extra = "") const {
+        return m_server->url("/stream?file=track_long.mp3&metaint=8000&rate=" + std::to_string(kBytesPerSecond) + extra);
+    }
+    void PlayUrl(const std::string& url) {
+        m_opened = MonotonicNow();
+        m_player.SetItem(Item(url));
+        m_player.Play();
+    }
+    // The state ids from note `from` on, e.g. "4 5 1".
+    std::string States(size_t from = 0) const {
+        std::string out;
+        for (const auto& n : m_delegate.of(R::kStateChanged, from))
+            out += (out.empty() ? "" : " ") + std::to_string(n.value);
+        return out;
+    }
+    std::vector<int> Errors() const {
+        std::vector<int> codes;
+        for (const auto& n : m_delegate.of(R::kError)) codes.push_back(n.value);
+        return codes;
+    }
+    // Card events called `name` between two times of the card's clock.
+    size_t CardCount(const std::string& name, double from, double to = 1e18) const {
+        size_t n = 0;
+        for (const vcard::LogEvent& e : CardEvents(name)) n += e.time >= from && e.time <= to;
+        return n;
+    }
+    std::string CardLog() const {
+        std::string out;
+        for (const vcard::LogEvent& e : CardEvents()) out += std::to_string(e.time - m_opened).substr(0, 6) + " " + e.name + "\n";
+        return out;
+    }
+    // Seconds of audio a channel played, and the share of its 20 ms windows that hold the tone.
+    std::pair<double, double> Played(int channel = 1) const {
+        std::vector<uint8_t> bytes;
+        vcard::ReadFileBytes(m_card.capture_path(channel), &bytes);
+        const auto* samples = reinterpret_cast<const int16_t*>(bytes.data());
+        const size_t count = bytes.size() / 2, window = 2 * 960;
+        size_t loud = 0, windows = 0;
+        for (size_t at = 0; at + window <= count; at += window, ++windows) {
+            int peak = 0;
+            for (size_t i = at; i < at + window; ++i) peak = std::max(peak, std::abs(static_cast<int>(samples[i])));
+            loud += peak > 2000;
+        }
+        return {count / 2 / 48000.0, windows == 0 ? 0.0 : static_cast<double>(loud) / windows};
+    }
+
+    std::unique_ptr<LocalHttpServer> m_server;
+    double m_opened = 0;
+};
+
+// One radio session: the states on the way in, a card that starts only once the delay is
+// buffered and then never runs dry, a title change reported once, and a quiet stop.
+TEST_F(StreamTest, ARadioBuffersItsDelayPlaysWithoutGapsAndFollowsItsTitle) {
+    StartStream(1000);
+    PlayUrl(Radio());
+    ASSERT_GE(m_delegate.wait_for_state(PLAYER_STATE_PLAYING, 6000), 0) << m_delegate.trace();
+    EXPECT_EQ(States(), "4 5 1");
+    const auto titled = [](const std::string& title) {
+        return [title](const R::Note& n) { return n.kind == R::kInfoChanged && n.info.m_curr_song_name == title; };
+    };
+    ASSERT_GE(m_delegate.wait_for(titled("Artist - Song"), 3000), 0) << m_delegate.trace();
+    m_server->Get("/control/title?t=StreamTitle%3D%27Next%20Song%27%3B");
+    const int changed = m_delegate.wait_for(titled("Next Song"), 4000);
+    ASSERT_GE(changed, 0) << m_delegate.trace();
+    Sleep(1500);  // three more metadata blocks with the same title
+    size_t reports = 0;
+    for (const auto& n : m_delegate.of(R::kInfoChanged, changed)) reports += n.info.m_curr_song_name == "Next Song";
+    EXPECT_EQ(reports, 1u) << m_delegate.trace();
+
+    const double stopped = MonotonicNow();
+    const size_t from = m_delegate.size();
+    m_player.Stop(true);
+    EXPECT_GE(m_delegate.wait_for_state(PLAYER_STATE_IDLE, 3000, from), 0) << m_delegate.trace(from);
+    EXPECT_EQ(Errors(), std::vector<int>()) << m_delegate.trace();
+
+    const std::vector<vcard::LogEvent> starts = CardEvents("start");
+    ASSERT_EQ(starts.size(), 1u) << CardLog();
+    EXPECT_GE(starts[0].time - m_opened, 0.9) << "the card started before the delay was buffered\n" << CardLog();
+    EXPECT_EQ(CardCount("xrun", starts[0].time, stopped), 0u) << CardLog();
+    const std::vector<vcard::LogEvent> formats = CardEvents("hw_params");
+    ASSERT_FALSE(formats.empty());
+    EXPECT_EQ(formats.back().number("rate"), 48000);
+    EXPECT_EQ(formats.back().number("channels"), 2);
+    const auto played = Played();
+    EXPECT_NEAR(played.first, stopped - starts[0].time, 0.3) << "the card did not play all the time it ran";
+    EXPECT_GE(played.second, 0.95) << "silent windows in the capture";
+}
+
+struct NetworkCase {
+    const char* name;
+    uint16_t delay_ms;
+    std::string query;  // how the server delivers the radio
+    int watch_ms;       // how long to listen after the start
+    size_t low_buffer;  // how many low-buffer errors that delivery has to cause
+};
+void PrintTo(const NetworkCase& c, std::ostream* out) { *out << c.name; }
+
+class UnevenNetwork : public StreamTest, public ::testing::WithParamInterface<NetworkCase> {};
+
+// However unevenly the data comes, a buffer that covers the gaps keeps the card fed: it starts
+// once, never runs dry, the player never goes back to buffering, and each dip below the
+// low-buffer threshold is reported once.
+TEST_P(UnevenNetwork, KeepsTheCardFedWhileTheBufferCoversTheGaps) {
+    const NetworkCase& c = GetParam();
+    StartStream(c.delay_ms);
+    PlayUrl(Radio(c.query));
+    const int playing = m_delegate.wait_for_state(PLAYER_STATE_PLAYING, 8000);
+    ASSERT_GE(playing, 0) << m_delegate.trace();
+    Sleep(c.watch_ms);
+    const double watched = MonotonicNow();
+    EXPECT_EQ(States(playing), "1") << m_delegate.trace();
+    size_t low = 0, others = 0;
+    for (int code : Errors()) (code == EPLAYER_STREAM_LOW_BUFFER_REACHED ? low : others) += 1;
+    EXPECT_EQ(low, c.low_buffer) << m_delegate.trace();
+    EXPECT_EQ(others, 0u) << m_delegate.trace();
+    const std::vector<vcard::LogEvent> starts = CardEvents("start");
+    ASSERT_EQ(starts.size(), 1u) << CardLog();
+    EXPECT_EQ(CardCount("xrun", starts[0].time), 0u) << CardLog();
+    EXPECT_NEAR(Played().first, watched - starts[0].time, 0.3) << CardLog();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Streams, UnevenNetwork,
+    ::testing::Values(NetworkCase{"OneSecondBursts", 2000, "&burst=1000", 3000, 0},
+                      NetworkCase{"ThreeSecondStallInFiveSecondBuffer", 5000,
+                                  "&prefill=" + Bytes(5) + "&pause=3000&pause_at=" + Bytes(6.5), 5000, 0},
+                      NetworkCase{"TwoDips", 1000, "&pause=700&pause_at=" + Bytes(2) + "," + Bytes(4), 4000, 2}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// A stall longer than the buffer drains it: the source gives up once its time-out has passed
+// without data, and the item ends there, once.
+TEST_F(StreamTest, AStallLongerThanTheBufferTimesOutAndEndsTheItemOnce) {
+    StartStream(1000);
+    PlayUrl(Radio("&stall=" + Bytes(2)));
+    const int playing = m_delegate.wait_for_state(PLAYER_STATE_PLAYING, 6000);
+    ASSERT_GE(playing, 0) << m_delegate.trace();
+    const int timed_out = m_delegate.wait_for(
+        [](const R::Note& n) { return n.kind == R::kError && n.value == EPLAYER_SOURCE_TIMEOUT; }, 10000, playing);
+    ASSERT_GE(timed_out, 0) << m_delegate.trace();
+    // The data ends two seconds after the open; the limit is 6 s for this buffer.
+    const double after = std::chrono::duration<double>(m_delegate.notes()[timed_out].at.time_since_epoch()).count() - m_opened;
+    EXPECT_GT(after, 2 + 5.0) << "gave up before the time-out";
+    EXPECT_LT(after, 2 + 6.0 + 2.0) << "gave up long after the time-out";
+    Sleep(1500);
+    EXPECT_EQ(m_delegate.of(R::kTrackFinished).size(), 1u) << m_delegate.trace();
+    EXPECT_EQ(m_delegate.of(R::kItemFinished).size(), 1u) << m_delegate.trace();
+    const std::string states = States(playing);
+    EXPECT_EQ(states.substr(states.size() - 2), " 0") << m_delegate.trace();
+    // Before it gives up, the player may go back to buffering, but never reconnects.
+    EXPECT_EQ(states.find('4'), std::string::npos) << m_delegate.trace();
+}
+
+// A server that ends the stream ends the track: a single item finishes and the player rests.
+TEST_F(StreamTest, AClosedConnectionEndsTheItem) {
+    StartStream(1000);
+    PlayUrl(Radio("&limit=" + Bytes(2.5)));
+    ASSERT_GE(m_delegate.wait_for_kind(R::kItemFinished, 8000), 0) << m_delegate.trace();
+    Sleep(500);
+    EXPECT_EQ(States(), "4 5 1 0") << m_delegate.trace();
+    EXPECT_EQ(m_delegate.of(R::kTrackFinished).size(), 1u) << m_delegate.trace();
+    EXPECT_EQ(m_delegate.of(R::kItemFinished).size(), 1u) << m_delegate.trace();
+    // A stream without a length ends as an input error: for the listener, only the end of the stream.
+    EXPECT_TRUE(m_delegate.of(R::kError).empty()) << m_delegate.trace();
+}
+
+// Nobody answers: the player retries every one to two seconds until it is stopped.
+TEST_F(StreamTest, AnUnreachableServerIsRetriedUntilStopped) {
+    StartStream(1000);
+    PlayUrl("http://127.0.0.1:" + std::to_string(ClosedPort()) + "/stream");
+    ASSERT_GE(m_delegate.wait_for_count(R::kStateChanged, 5, 8000), 0) << m_delegate.trace();
+    const size_t from = m_delegate.size();
+    m_player.Stop(true);
+    ASSERT_GE(m_delegate.wait_for_state(PLAYER_STATE_IDLE, 3000, from), 0) << m_delegate.trace();
+    const std::vector<R::Note> states = m_delegate.of(R::kStateChanged);
+    const std::string seen = States();
+    EXPECT_EQ(seen.substr(0, 7), "4 6 4 6") << m_delegate.trace();
+    EXPECT_EQ(seen.back(), '0') << m_delegate.trace();
+    for (size_t i = 1; i + 1 < states.size() && i < 4; i += 2) {
+        const double waited = std::chrono::duration<double>(states[i + 1].at - states[i].at).count();
+        EXPECT_GE(waited, 0.9) << i;
+        EXPECT_LE(waited, 2.2) << i;
+    }
+}
+
+// A playlist that goes from a file to a radio and back: the output changes twice and no more.
+TEST_F(StreamTest, SwitchingBetweenFilesAndAStreamChangesTheOutputOnce) {
+    StartStream(1000, {"track_long.mp3", "track_a.mp3", "track_b.mp3"});
+    m_player.SetItem(Item(Playlist("mix.m3u", {"track_a.mp3", Radio("&limit=" + Bytes(2)), "track_b.mp3"})));
+    m_player.Play();
+    ASSERT_GE(m_delegate.wait_for_kind(R::kItemFinished, 12000), 0) << m_delegate.trace();
+    std::string started;
+    for (const auto& n : m_delegate.of(R::kTrackStarted)) started += R::brief(n.text).substr(0, 4) + " ";
+    EXPECT_EQ(started, "a http b ");
+    EXPECT_EQ(Log().count("Setting PCM Output to BUFFERED"), 1);
+    EXPECT_EQ(Log().count("Setting PCM Output to NORMAL"), 1);
+}
+
+struct PlaylistCase {
+    const char* name;
+    const char* file;
+    const char* content_type;
+    std::vector<std::string> (*lines)(const std::string& url);
+};
+void PrintTo(const PlaylistCase& c, std::ostream* out) { *out << c.name; }
+
+class PlaylistUrl : public StreamTest, public ::testing::WithParamInterface<PlaylistCase> {};
+
+// A radio's address is often a playlist on a web server: it leads to the stream, and the
+// player reports the playlist's MD5 so that a change of it can be noticed.
+TEST_P(PlaylistUrl, LeadsToTheStreamAndReportsItsDigest) {
+    const PlaylistCase& c = GetParam();
+    StartStream(1000);
+    Playlist(c.file, c.lines(Radio()));
+    PlayUrl(m_server->url(std::string("/files/") + c.file + "?ct=" + c.content_type));
+    ASSERT_GE(m_delegate.wait_for_state(PLAYER_STATE_PLAYING, 6000), 0) << m_delegate.trace();
+    PlaybackInfo info;
+    m_player.GetPlaybackInfo(info);
+    const std::vector<uint8_t> sum = CommandOutput("md5sum '" + m_media + c.file + "'");
+    EXPECT_EQ(info.m_playlist_digest, std::string(sum.begin(), sum.begin() + std::min<size_t>(32, sum.size())));
+    EXPECT_EQ(Errors(), std::vector<int>()) << m_delegate.trace();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Streams, PlaylistUrl,
+    ::testing::Values(
+        PlaylistCase{"M3U", "radio.m3u", "audio/x-mpegurl",
+                     [](const std::string& url) { return std::vector<std::string>{"#EXTM3U", "#EXTINF:-1,Radio", url}; }},
+        PlaylistCase{"PLS", "radio.pls", "audio/x-scpls",
+                     [](const std::string& url) {
+                         return std::vector<std::string>{"[playlist]", "File1=" + url, "Title1=Radio", "NumberOfEntries=1",
+                                                         "Version=2"};
+                     }}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+}  // namespace
