@@ -1,8 +1,8 @@
 #include "CPLSParser.h"
 
-#include <INIReader.h>
 #include <cstdio>
 
+#include "CIniReader.h"
 #include "utils.h"
 
 namespace {
@@ -20,7 +20,7 @@ CPLSParser::~CPLSParser() = default;
 int CPLSParser::Parse(const char* path) {
     Release();
     m_number_of_entries = kNoEntries;
-    m_reader = std::make_unique<INIReader>(path != nullptr ? path : "");
+    m_reader = std::make_unique<CIniReader>(path != nullptr ? path : "");
     m_parse_result = m_reader->ParseError();
     if (m_parse_result == 0) {
         long entries = m_reader->GetInteger(kSection, kEntriesKey, kNoEntries);

@@ -5,7 +5,7 @@
 #include <memory>
 #include <string>
 
-class INIReader;
+class CIniReader;
 
 // Reads a downloaded PLS playlist and lists the stream URLs it names, in entry order. Section and
 // key names match whatever their letter case. Worker thread only.
@@ -32,7 +32,7 @@ public:
 private:
     int m_number_of_entries;
     int m_parse_result;
-    std::unique_ptr<INIReader> m_reader;
+    std::unique_ptr<CIniReader> m_reader;
 };
 
 #endif

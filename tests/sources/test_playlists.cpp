@@ -1,8 +1,10 @@
+#include <INIReader.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <list>
 
+#include "CIniReader.h"
 #include "CPLSParser.h"
 #include "CPlaylistFileMap.h"
 #include "CURLPlaylistAudioSource.h"
@@ -197,6 +199,75 @@ TEST_F(PlaylistMap, HostilePlaylistsEndCleanly) {
     std::string url;
     EXPECT_FALSE(resolver.GetURLfromM3U(m_dir.path() + "/p.m3u", url));
     EXPECT_EQ(url, "");
+}
+
+}  // namespace
+
+namespace {
+
+// Each file is read by our reader and by the system INI library; both must agree, and the value
+// read must be the one written here, so that two readers losing the same key cannot pass.
+struct IniCase {
+    const char* name;
+    std::string content;  // "<missing>": no file at all
+    const char* section, * key;
+    const char* value;  // what Get returns, "<none>" when nothing is found
+};
+
+void PrintTo(const IniCase& c, std::ostream* os) { *os << c.name; }
+
+class IniReading : public ::testing::TestWithParam<IniCase> {};
+
+TEST_P(IniReading, AnswersAsTheSystemIniLibrary) {
+    ScratchDir dir;
+    const std::string path = GetParam().content == "<missing>" ? dir.path() + "/missing.ini"
+                                                               : dir.file("f.ini", GetParam().content);
+    const CIniReader ours(path);
+    const INIReader system(path);
+    constexpr long kNoNumber = -424242;
+    EXPECT_EQ(ours.ParseError(), system.ParseError());
+    EXPECT_EQ(ours.Get(GetParam().section, GetParam().key, "<none>"), GetParam().value);
+    EXPECT_EQ(system.Get(GetParam().section, GetParam().key, "<none>"), GetParam().value);
+    EXPECT_EQ(ours.GetInteger(GetParam().section, GetParam().key, kNoNumber),
+              system.GetInteger(GetParam().section, GetParam().key, kNoNumber));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Files, IniReading,
+    ::testing::Values(
+        IniCase{"SectionsAndNamesIgnoreCase", "[One]\nKey=1\n[two]\nkey=2\n", "ONE", "kEY", "1"},
+        IniCase{"ColonAndBlanksAroundNameAndValue", "[s]\n  name :  some value \t\r\n", "s", "NAME", "some value"},
+        IniCase{"CommentsAndBlankLines", "; c\n\n# c\n[s]\n  ; c\n\t\nk = v ; inline\n", "s", "k", "v"},
+        IniCase{"SemicolonGluedToTextIsKept", "[s]\nk=http://h/a;b=c\n", "s", "k", "http://h/a;b=c"},
+        IniCase{"RepeatedKeyIsJoined", "[s]\nk=1\nk=\nk=2\n", "s", "k", "1\n\n2"},
+        IniCase{"EmptyFirstValueLeavesNoNewline", "[s]\nk=\nk=2\n", "s", "k", "2"},
+        IniCase{"IndentedLineContinuesTheValue", "[s]\nk=1\n  [t] ; x\n", "s", "k", "1\n[t] ; x"},
+        IniCase{"IndentedKeyAfterASectionIsAKey", "[s]\nk=1\n[t]\n  x = 2\n", "t", "x", "2"},
+        IniCase{"KeysAfterABadLineAreKept", "[s]\na=1\nbroken\nk=2\nalso broken\n", "s", "k", "2"},
+        IniCase{"UnclosedSectionKeepsTheLastOne", "[s]\n[t ;]\nk=1\n", "s", "k", "1"},
+        IniCase{"KeysBeforeAnySection", "k=top\n[s]\nk=in\n", "", "k", "top"},
+        IniCase{"SectionNameKeepsItsBlanks", "[ s ]\nk=1\n", " s ", "k", "1"},
+        IniCase{"HexadecimalInteger", "k=0x1A\n", "", "k", "0x1A"},
+        IniCase{"OctalNegativeInteger", "k=-010\n", "", "k", "-010"},
+        IniCase{"LeadingDigitsAreANumber", "k=12abc\n", "", "k", "12abc"},
+        IniCase{"TextIsNoNumber", "k=abc\n", "", "k", "abc"},
+        IniCase{"ByteOrderMarkIsSkipped", "\xEF\xBB\xBF[s]\nk=1\n", "s", "k", "1"},
+        IniCase{"MissingFile", "<missing>", "s", "k", "<none>"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+// A tokenised stream URL is far longer than the system INI library's line buffer.
+TEST(PlsLongLines, ReturnsAUrlOfTwoThousandCharactersWhole) {
+    ScratchDir dir;
+    std::string url = "http://stream.example/live.aac?token=";
+    while (url.size() < 2000) url += "Ab3-_x=9&";
+    url.resize(2000);
+    const std::string path = dir.file("long.pls", "[playlist]\nNumberOfEntries=1\nFile1=" + url + "\nTitle1=t\n");
+    EXPECT_NE(INIReader(path).Get("playlist", "File1", ""), url) << "the system library cuts the line short";
+    CPLSParser parser;
+    ASSERT_EQ(parser.Parse(path.c_str()), 0);
+    std::list<std::string> urls;
+    parser.GetURLs(urls);
+    EXPECT_EQ(urls, std::list<std::string>{url});
 }
 
 }  // namespace
