@@ -23,6 +23,7 @@
 #include "CTimer.h"
 #include "Logger.h"
 #include "PacketReader.h"
+#include "QuietDelegate.h"
 #include "vcard.h"
 
 namespace {
@@ -35,10 +36,8 @@ constexpr const char* kLongTrack = "track_long.mp3";
 constexpr const char* kSong = "bench_song_180s.mp3";
 
 // Counts the notifications a latency sample waits for.
-class Waiter : public KorvelPlayer::IPlayerDelegate {
+class Waiter : public QuietDelegate {
 public:
-    void NotifyItemPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
-    void NotifyTrackPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&, bool) override {}
     void NotifyPlaybackCommandExecuted(const KorvelPlayer::PlaybackInfo&) override { bump(m_executed); }
     void NotifyPlaybackStateChanged(const KorvelPlayer::PlaybackInfo& info, const char*) override {
         std::lock_guard<std::mutex> guard(m_lock);
@@ -46,11 +45,6 @@ public:
         ++m_changes;
         m_changed.notify_all();
     }
-    void NotifyTrackPlaybackStarted(const KorvelPlayer::PlaybackInfo&, bool) override {}
-    void NotifyItemPlaybackStarted(const KorvelPlayer::PlaybackInfo&) override {}
-    void NotifyPlaybackItemMissing(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
-    void NotifyPlaybackError(const KorvelPlayer::PlaybackInfo&, int) override {}
-    void NotifyPlaybackInfoChanged(const KorvelPlayer::PlaybackInfo&) override {}
 
     bool wait_state(int state) {
         std::unique_lock<std::mutex> guard(m_lock);

@@ -21,6 +21,7 @@
 #include "CPlayer.h"
 #include "CTimer.h"
 #include "Logger.h"
+#include "QuietDelegate.h"
 #include "vcard.h"
 
 namespace {
@@ -29,11 +30,8 @@ constexpr int kSecondsPerMinute = 60;
 constexpr int kMaxRunSeconds = 300;
 
 // Waits for the player to have played its item and gone idle again.
-class Done : public KorvelPlayer::IPlayerDelegate {
+class Done : public QuietDelegate {
 public:
-    void NotifyItemPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
-    void NotifyTrackPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&, bool) override {}
-    void NotifyPlaybackCommandExecuted(const KorvelPlayer::PlaybackInfo&) override {}
     void NotifyPlaybackStateChanged(const KorvelPlayer::PlaybackInfo& info, const char*) override {
         std::lock_guard<std::mutex> guard(m_lock);
         const auto now = std::chrono::steady_clock::now();
@@ -44,11 +42,6 @@ public:
         if (m_played && info.m_player_state == KorvelPlayer::PLAYER_STATE_IDLE) m_idle = true;
         m_changed.notify_all();
     }
-    void NotifyTrackPlaybackStarted(const KorvelPlayer::PlaybackInfo&, bool) override {}
-    void NotifyItemPlaybackStarted(const KorvelPlayer::PlaybackInfo&) override {}
-    void NotifyPlaybackItemMissing(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
-    void NotifyPlaybackError(const KorvelPlayer::PlaybackInfo&, int) override {}
-    void NotifyPlaybackInfoChanged(const KorvelPlayer::PlaybackInfo&) override {}
     bool wait() {
         std::unique_lock<std::mutex> guard(m_lock);
         return m_changed.wait_for(guard, std::chrono::seconds(kMaxRunSeconds), [&] { return m_idle; });
