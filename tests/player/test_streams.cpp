@@ -277,4 +277,126 @@ INSTANTIATE_TEST_SUITE_P(
                      }}),
     [](const auto& info) { return std::string(info.param.name); });
 
+// ffmpeg sending `track` in real time, `loops` extra times, one MPEG frame a datagram (at most
+// 500 bytes), so that a lost datagram is a lost block of 1152 samples.
+std::unique_ptr<ChildProcess> SendRtp(const std::string& track, int port, int loops = 0) {
+    return std::make_unique<ChildProcess>(
+        std::vector<std::string>{"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-re", "-stream_loop",
+                                 std::to_string(loops), "-i", MediaPath(track), "-c:a", "copy", "-f", "rtp",
+                                 "rtp://127.0.0.1:" + std::to_string(port) + "?pkt_size=500"},
+        false);
+}
+
+// A channel's capture (stereo S16 at `rate`) in windows of 240 frames: which are silent, and the
+// left channel's frequency over the others, from its rising swings through zero (from below
+// -1000, so that dither does not count).
+struct Heard { std::vector<bool> silent; double tone = 0; };
+Heard Listen(const std::string& path, double rate = 48000) {
+    std::vector<uint8_t> bytes;
+    vcard::ReadFileBytes(path, &bytes);
+    const auto* samples = reinterpret_cast<const int16_t*>(bytes.data());
+    Heard heard;
+    size_t rising = 0;
+    bool below = false;
+    for (size_t at = 0; at + 240 <= bytes.size() / 4; at += 240) {
+        int peak = 0;
+        for (size_t i = at; i < at + 240; ++i) {
+            const int sample = samples[2 * i];
+            peak = std::max(peak, std::abs(sample));
+            rising += below && sample >= 0;
+            below = sample < -1000 || (below && sample < 0);
+        }
+        heard.silent.push_back(peak < 300);
+    }
+    const auto loud = std::count(heard.silent.begin(), heard.silent.end(), false);
+    heard.tone = loud == 0 ? 0 : rising * rate / (loud * 240.0);
+    return heard;
+}
+
+// Lost datagrams are concealed in place: two lost blocks are replicated and six become
+// silence, so that the card never runs dry and the tone after each loss stays where the
+// sender put it, within one block.
+TEST_F(StreamTest, RtpLossIsConcealedWithoutShiftingTheStream) {
+    m_params.rtp_delay = 500;
+    m_params.rtp_low_threshold = 100;
+    m_params.stream_fade = 0;
+    Start({"track_long.mp3"});
+    const int port = ClosedPort() & ~1;  // UDP, even: the control packets take the next one
+    ChildProcess relay({"python3", "-S", std::string(KORVEL_SERVERS_DIR) + "/udp_relay.py", std::to_string(port), "40,41,80-85"}, true);
+    int relay_port = 0;
+    ASSERT_EQ(std::fscanf(relay.Stdout(), "PORT %d", &relay_port), 1);
+    PlayUrl("rtp://127.0.0.1:" + std::to_string(port));
+    Sleep(500);  // the player listens before the first datagram
+    const auto sender = SendRtp("track_long.mp3", relay_port);
+    ASSERT_GE(m_delegate.wait_for_state(PLAYER_STATE_PLAYING, 4000), 0) << m_delegate.trace();
+    Sleep(3000);  // block 85 is sent 2.2 s in, and played 0.5 s later
+    const double watched = MonotonicNow();
+    EXPECT_EQ(Log().count("minor loss of 2 packets"), 1);
+    EXPECT_EQ(Log().count("major loss of 6 packets"), 1);
+    EXPECT_EQ(Log().count("packets detected"), 2);
+    EXPECT_EQ(Errors(), std::vector<int>()) << m_delegate.trace();
+    const std::vector<vcard::LogEvent> starts = CardEvents("start");
+    ASSERT_EQ(starts.size(), 1u) << CardLog();
+    EXPECT_EQ(CardCount("xrun", starts[0].time), 0u) << CardLog();
+    EXPECT_NEAR(Played().first, watched - starts[0].time, 0.3) << CardLog();
+
+    // One silent stretch after the start of the tone, seven blocks long (the lost six and the one
+    // whose place the silence takes), after which the tone is back where the sender put it.
+    const std::vector<bool> silent = Listen(m_card.capture_path(1)).silent;
+    const double block = 1152 * 48000.0 / 44100 / 240;  // in windows
+    const size_t tone = std::find(silent.begin(), silent.end(), false) - silent.begin();
+    std::vector<std::pair<size_t, size_t>> gaps;
+    for (size_t i = tone; i < silent.size(); ++i)
+        if (silent[i] && !silent[i - 1]) gaps.emplace_back(i, std::find(silent.begin() + i, silent.end(), false) - silent.begin());
+    ASSERT_EQ(gaps.size(), 1u) << "the first at window " << (gaps.empty() ? 0 : gaps[0].first);
+    EXPECT_NEAR(gaps[0].second - gaps[0].first, 7 * block, 1.5) << "from window " << gaps[0].first;
+    EXPECT_NEAR(gaps[0].second, 86.5 * block, block) << "the stream lost its place";
+}
+
+
+// Four players share the card, each on its own channel and mixer element: two files, a radio and
+// an RTP stream play at once, every capture holds its own tone, and a volume reaches its own
+// element only.
+TEST_F(StreamTest, FourPlayersKeepToTheirOwnChannels) {
+    m_params.rtp_delay = 500;
+    m_params.rtp_low_threshold = 100;
+    StartStream(1000, {"track_long.mp3", "track_a.mp3", "track_b.mp3"});
+    const int port = ClosedPort() & ~1;  // UDP, even: the control packets take the next one
+    const std::string items[] = {"track_a.mp3", "track_b.mp3", Radio(), "rtp://127.0.0.1:" + std::to_string(port)};
+    std::unique_ptr<CPlayer> more[3];
+    std::unique_ptr<R> notes[3];
+    CPlayer* players[] = {&m_player, nullptr, nullptr, nullptr};
+    R* delegates[] = {&m_delegate, nullptr, nullptr, nullptr};
+    for (int n = 1; n < 4; ++n) {
+        players[n] = (more[n - 1] = std::make_unique<CPlayer>()).get();
+        delegates[n] = (notes[n - 1] = std::make_unique<R>()).get();
+        players[n]->SetDelegate(delegates[n], players[n]);
+        InitParams ip;
+        ip.player_id = n + 1;
+        ip.playlist_dir = ip.media_dir = m_media;
+        EXPECT_EQ(players[n]->Initialize(ip, m_params), 0) << n + 1;
+    }
+    for (int n = 0; n < 4; ++n) players[n]->SetItem(Item(items[n], 5)), players[n]->Play();
+    Sleep(500);
+    const auto sender = SendRtp("track_c.mp3", port, 5);
+    for (int n = 0; n < 4; ++n) EXPECT_GE(delegates[n]->wait_for_state(PLAYER_STATE_PLAYING, 5000), 0) << n + 1;
+    Sleep(2500);
+    for (int n = 0; n < 4; ++n) players[n]->SetVolume(static_cast<unsigned short>(30 + 20 * n));
+    Sleep(500);
+    for (int n = 0; n < 4; ++n) {
+        EXPECT_EQ(ReadRawVolume(("chan_" + std::to_string(n + 1)).c_str()), (30 + 20 * n) * 255 / 100) << n + 1;
+        EXPECT_EQ(delegates[n]->of(R::kError).size(), 0u) << n + 1 << ": " << delegates[n]->trace();
+    }
+    for (CPlayer* player : players) EXPECT_EQ(player->Deinitialize(), 0);
+    m_initialized = false;
+    const double tones[] = {440, 660, 330, 880};
+    for (int n = 0; n < 4; ++n) {
+        const std::vector<vcard::LogEvent> formats = CardEvents("hw_params", n + 1);
+        ASSERT_FALSE(formats.empty()) << n + 1;
+        const Heard heard = Listen(m_card.capture_path(n + 1), formats.back().number("rate"));
+        EXPECT_GT(std::count(heard.silent.begin(), heard.silent.end(), false), 400) << "channel " << n + 1 << " hardly played";
+        EXPECT_NEAR(heard.tone, tones[n], tones[n] * 0.02) << "channel " << n + 1;
+    }
+}
+
 }  // namespace
