@@ -164,8 +164,12 @@ void CPlayer::NotifyItemMissing(const PlaybackInfo& info, const std::string& ite
 int CPlayer::Initialize(const InitParams& ip, const StreamParams& sp) {
     APlayerInfoAdapter::set_player_prefix(ip.prefix.c_str());
     {
+        // Corrected as SetStreamParams corrects them: the defaults themselves put the RTP low-buffer
+        // threshold at the full delay, and a player taking them as they are reports a low buffer
+        // several times a second while it plays normally.
         utils::scope_lock guard(m_lock);
-        m_stream_params = sp;
+        m_stream_params = Corrected(sp);
+        m_requested_stream_params = sp;
     }
     m_buffered_out = new CPCMOutputBuffered(&m_rtp_algorithm, sp.rtp_delay, sp.rtp_accuracy);
     m_buffered_out->set_player_prefix(GetPrefix());
@@ -1180,14 +1184,8 @@ bool SameBuffering(const StreamParams& a, const StreamParams& b) {
 }
 }  // namespace
 
-void CPlayer::SetStreamParams(const StreamParams& p) {
-    utils::scope_lock guard(m_lock);
-    // A set that needed corrections is stored corrected: the same request again changes nothing either.
-    if (SameBuffering(p, m_stream_params) || SameBuffering(p, m_requested_stream_params)) return;
-    m_requested_stream_params = p;
-    KLOG_INFO("%s Setting up new buffer[delay,acc,low_thresh] of RTP[%d,%d,%d]ms, TCP[%d,%d]ms, fade-in [%d]ms ...............\n",
-              GetPrefix(), p.rtp_delay, p.rtp_accuracy, p.rtp_low_threshold, p.tcp_delay, p.tcp_accuracy,
-              static_cast<int>(p.stream_fade));
+// The corrections every set of stream parameters gets, each logged with the value it puts in place.
+StreamParams CPlayer::Corrected(const StreamParams& p) const {
     StreamParams c = p;
     if (c.rtp_accuracy < kMinRtpAccuracy) {
         c.rtp_accuracy = kMinRtpAccuracy;
@@ -1230,7 +1228,18 @@ void CPlayer::SetStreamParams(const StreamParams& p) {
         KLOG_NOTICE("%s CPlayer::SetStreamParams() stream fade in period > tcp low buffer threshold requested, overriding with value of the threshold %d",
                     GetPrefix(), static_cast<int>(c.stream_fade));
     }
-    m_stream_params = c;
+    return c;
+}
+
+void CPlayer::SetStreamParams(const StreamParams& p) {
+    utils::scope_lock guard(m_lock);
+    // A set that needed corrections is stored corrected: the same request again changes nothing either.
+    if (SameBuffering(p, m_stream_params) || SameBuffering(p, m_requested_stream_params)) return;
+    m_requested_stream_params = p;
+    KLOG_INFO("%s Setting up new buffer[delay,acc,low_thresh] of RTP[%d,%d,%d]ms, TCP[%d,%d]ms, fade-in [%d]ms ...............\n",
+              GetPrefix(), p.rtp_delay, p.rtp_accuracy, p.rtp_low_threshold, p.tcp_delay, p.tcp_accuracy,
+              static_cast<int>(p.stream_fade));
+    m_stream_params = Corrected(p);
     // Before Initialize there is no worker to run the command, and nothing to apply the set to.
     if (is_running())
         PostCommand(kCmdApplyStreamParams);

@@ -182,6 +182,7 @@ private:
     void PostCommand(uint16_t id, const std::string& payload = std::string());
     void AddCommand(uint16_t id);
     void PrepareFader(const KorvelPlayer::FadeRequest& request);
+    KorvelPlayer::StreamParams Corrected(const KorvelPlayer::StreamParams& p) const;
     void ApplyStreamParams();
     void ApplyPlayerId(int id);
     void ApplyPrefix(const char* prefix);

@@ -459,6 +459,9 @@ TEST_F(PlayerTest, TracksFadeInOneByOneWhenTheItemAsksForIt) {
 TEST_F(PlayerTest, VolumesAndStreamParametersAreCheckedBeforeTheyArePosted) {
     LogCapture& capture = Log();
     Start({});
+    // The defaults are corrected at Initialize too: an RTP low-buffer threshold at the full delay
+    // would report a low buffer while the stream plays normally.
+    EXPECT_EQ(LevelOf(capture, "rtp low buffer threshold > delay/2 requested , overriding accuracy with 250"), LOG_NOTICE);
     auto posts = [&](const std::function<void()>& call) {
         const size_t from = m_delegate.size();
         call();
