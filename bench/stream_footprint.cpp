@@ -1,13 +1,22 @@
 // What a minute of audio costs the device, one way of playing per process so that each peak RSS is
 // its own: an HTTP MP3 stream through the buffered output, a local MP3 file through the direct
-// output, and libmpg123 decoding the same file alone. Both player runs write into the virtual
-// card's untimed variant. Prints one line: "<mode> cpu_s_per_audio_min=<x> peak_rss_kb=<n>".
+// output, and libmpg123 decoding the same file alone. Both player runs play into the virtual
+// card's untimed variant, which drops the audio rather than write it to a file, so that the file
+// system's cost is not counted as the player's. Prints one line:
+// "<mode> cpu_s_per_audio_min=<x> peak_rss_kb=<n>".
 //
 // Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH | mpg123 PATH | first URL
+//                                | launch COMMAND [ARG]...
 // "first" plays the stream on the real-time card instead and prints the time from Play to the end
-// of the open (buffering starts) and to the card's start (playing), with a 1 s delay configured.
+// of the open (buffering starts), to the playing state and to the card's start, with a 1 s delay
+// configured. "launch" runs COMMAND with the same card as its whole ALSA configuration (its
+// channel1 is what "first" plays on) and prints the time from the launch to the card's start.
 #include <mpg123.h>
+#include <signal.h>
 #include <sys/resource.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -28,6 +37,25 @@ namespace {
 
 constexpr int kSecondsPerMinute = 60;
 constexpr int kMaxRunSeconds = 300;
+constexpr int kPlayerChannel = 1;
+constexpr auto kLogPollInterval = std::chrono::milliseconds(10);
+constexpr double kMsPerSecond = 1000;
+
+// Seconds on the clock the card's log is written with.
+double MonotonicSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// When the card first started, in its log's clock, or a negative value before it has.
+double CardStart(const vcard::VirtualCard& card) {
+    std::vector<vcard::LogEvent> events;
+    vcard::ReadLog(card.log_path(kPlayerChannel), &events);
+    for (const vcard::LogEvent& event : events)
+        if (event.name == "start") return event.time;
+    return -1;
+}
 
 // Waits for the player to have played its item and gone idle again.
 class Done : public QuietDelegate {
@@ -51,10 +79,11 @@ public:
         return m_changed.wait_for(guard, std::chrono::seconds(kMaxRunSeconds), [&] { return m_played; });
     }
     using Clock = std::chrono::steady_clock;
-    void report(Clock::time_point start) {
+    void report(Clock::time_point start, double card_start_ms, int delay_ms) {
         std::lock_guard<std::mutex> guard(m_lock);
         const auto ms = [&](Clock::time_point at) { return std::chrono::duration<double, std::milli>(at - start).count(); };
-        std::printf("first   open_ms=%.0f card_start_ms=%.0f delay_ms=1000\n", ms(m_opened_at), ms(m_playing_at));
+        std::printf("first   open_ms=%.0f playing_ms=%.0f card_start_ms=%.0f delay_ms=%d\n", ms(m_opened_at),
+                    ms(m_playing_at), card_start_ms, delay_ms);
     }
 
 private:
@@ -81,6 +110,7 @@ bool Play(const std::string& item, const std::string& media_dir, bool first_soun
     vcard::VirtualCard card;
     vcard::Options options;
     options.variant = first_sound ? vcard::Variant::kPaced : vcard::Variant::kFast;
+    options.capture = first_sound;  // the untimed card drops what it plays
     if (vcard::MakeTempDir("korvel_footprint", &dir) != 0 || vcard::VirtualCard::Create(dir, options, &card) != 0)
         return false;
     utils::CTimer::instance().start_thread();
@@ -90,12 +120,13 @@ bool Play(const std::string& item, const std::string& media_dir, bool first_soun
         CPlayer player;
         player.SetDelegate(&done, &player);
         KorvelPlayer::InitParams ip;
-        ip.player_id = 1;
+        ip.player_id = kPlayerChannel;
         ip.playlist_dir = media_dir;
         ip.media_dir = media_dir;
         ip.prefix = "FOOTPRINT :";
         KorvelPlayer::StreamParams sp;
-        sp.tcp_delay = 1000;
+        constexpr int kDelayMs = 1000;
+        sp.tcp_delay = kDelayMs;
         sp.tcp_accuracy = 250;
         sp.tcp_low_threshold = 500;
         sp.stream_fade = 0;
@@ -107,9 +138,15 @@ bool Play(const std::string& item, const std::string& media_dir, bool first_soun
             entry.volume = 50;
             player.SetItem(entry);
             const auto start = std::chrono::steady_clock::now();
+            const double started = MonotonicSeconds();
             player.Play();
             ok = first_sound ? done.wait_playing() : done.wait();
-            if (ok && first_sound) done.report(start);
+            // The playing state is the player's account; the card's log says when sound reached it.
+            double card_start = -1;
+            while (ok && first_sound && (card_start = CardStart(card)) < 0 &&
+                   MonotonicSeconds() - started < kMaxRunSeconds)
+                std::this_thread::sleep_for(kLogPollInterval);
+            if (ok && first_sound) done.report(start, (card_start - started) * kMsPerSecond, kDelayMs);
         }
         player.Deinitialize();
     }
@@ -138,11 +175,45 @@ double DecodeAlone(const std::string& path) {
 
 double FileSeconds(const std::string& path) { return DecodeAlone(path); }
 
+// Runs command on a fresh real-time card and prints, under the command's name, how long after its
+// launch the card started; the command is stopped then. False when it never started the card.
+bool LaunchToCardStart(char** command) {
+    std::string dir;
+    vcard::VirtualCard card;
+    vcard::Options options;
+    options.variant = vcard::Variant::kPaced;
+    if (vcard::MakeTempDir("korvel_footprint", &dir) != 0 || vcard::VirtualCard::Create(dir, options, &card) != 0)
+        return false;
+    const double launched = MonotonicSeconds();
+    const pid_t child = fork();
+    if (child == 0) {
+        execvp(command[0], command);
+        _exit(127);
+    }
+    double card_start = -1;
+    bool running = child > 0;
+    while (running && (card_start = CardStart(card)) < 0 && MonotonicSeconds() - launched < kMaxRunSeconds) {
+        running = waitpid(child, nullptr, WNOHANG) == 0;
+        std::this_thread::sleep_for(kLogPollInterval);
+    }
+    if (running && kill(child, SIGTERM) == 0) waitpid(child, nullptr, 0);
+    if (card_start < 0) card_start = CardStart(card);  // it may have started the card just before it ended
+    vcard::RemoveTree(dir);
+    if (card_start < 0) return false;
+    const std::string path = command[0];
+    std::printf("%-7s card_start_ms=%.0f\n", path.substr(path.find_last_of('/') + 1).c_str(),
+                (card_start - launched) * kMsPerSecond);
+    return true;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc < 3) {
-        std::fprintf(stderr, "usage: %s stream URL AUDIO_SECONDS | file PATH | mpg123 PATH\n", argv[0]);
+        std::fprintf(stderr,
+                     "usage: %s stream URL AUDIO_SECONDS | file PATH | mpg123 PATH | first URL"
+                     " | launch COMMAND [ARG]...\n",
+                     argv[0]);
         return 2;
     }
     g_logger.set_mask(Logger::kMaskCritical);
@@ -159,6 +230,8 @@ int main(int argc, char** argv) {
         if (!Play(target.substr(slash + 1), target.substr(0, slash + 1))) return 1;
     } else if (mode == "first") {
         return Play(target, "/tmp/", true) ? 0 : 1;
+    } else if (mode == "launch") {
+        return LaunchToCardStart(argv + 2) ? 0 : 1;
     } else if (mode == "mpg123") {
         audio_seconds = DecodeAlone(target);
     } else {

@@ -81,6 +81,7 @@ CAudioSource::CAudioSource()
       m_codec_type(CODEC_UNKNOWN),
       m_output(nullptr),
       m_output_accepted(false),
+      m_refused_at_start(0),
       m_selection_result(0),
       m_network_source(false),
       m_song_id(-1),
@@ -189,6 +190,7 @@ int CAudioSource::Initialize(const std::string& url, const std::string& item_nam
     m_duration_ms = 0;
     m_icy_owner = nullptr;
     m_output_accepted = false;
+    m_refused_at_start = 0;
     m_selection_result = 0;
     m_rtp_source = strncasecmp(url.c_str(), kRtpScheme, std::strlen(kRtpScheme)) == 0;
     m_previous_pts = AV_NOPTS_VALUE;
@@ -527,7 +529,7 @@ int CAudioSource::forward_packet(const AVPacket* packet) {
     const size_t size = static_cast<size_t>(packet->size);
     size_t piece = size < kMaxWriteBytes ? size : kMaxWriteBytes;
     const int result = m_output->WriteBuffer(packet->data, static_cast<uint16_t>(piece), lost);
-    if (result < 0) return m_output_accepted ? packet->size : result;
+    if (result < 0) return m_output_accepted || ++m_refused_at_start < kMaxRefusedAtStart ? packet->size : result;
     m_output_accepted = true;
     for (size_t done = piece; done < size; done += piece) {
         piece = size - done < kMaxWriteBytes ? size - done : kMaxWriteBytes;

@@ -36,6 +36,10 @@ public:
     };
 
     static constexpr int kSourceTimeoutSec = 15;
+    // A listener joins a radio anywhere in a frame, and the decoder may refuse the first units it
+    // is given before it finds a clean one; a track refused this many times in a row from its start
+    // cannot be played.
+    static constexpr int kMaxRefusedAtStart = 4;
     static constexpr int kProbeBytes = 262144;
     static constexpr int kProbePaddingBytes = 32;
     static constexpr int kIoBufferBytes = 4096;
@@ -115,8 +119,10 @@ private:
     IAudioOutput* m_output;  // not owned
     // A track the output cannot take at all must fail rather than play as silence, while one bad
     // frame later in a track costs only that frame: until the output has accepted a packet of this
-    // open, a refused packet (or a refused decoder selection) ends the track with its error.
+    // open, the kMaxRefusedAtStart-th refused packet (or a refused decoder selection) ends the
+    // track with its error.
     bool m_output_accepted;
+    int m_refused_at_start;
     int m_selection_result;  // the output's SetDecoderId() result for this open
     AudioFormat m_audio_format;
     std::string m_last_icy;

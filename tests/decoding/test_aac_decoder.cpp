@@ -168,4 +168,28 @@ TEST(AacDecoder, AFormatSwitchIsAnnouncedBeforeItsFirstFrame) {
     EXPECT_NEAR(static_cast<double>(mono_frames), 48000.0, 3 * kLcFrameSamples);
 }
 
+// A listener joins a radio anywhere, so the first access units may be damaged. A unit that decodes
+// with an error gives no PCM, and the first clean unit starts the audio exactly as if the stream
+// had begun there.
+TEST(AacDecoder, ADamagedFirstUnitGivesNoPcmAndTheFirstCleanOneStartsTheAudio) {
+    MediaPackets media = Packets("aac_lc_44100_stereo.aac");
+    constexpr size_t kAdtsHeader = 7, kFirstClean = 4;
+    Aac fresh(true);
+    fresh.Start(media);
+    for (size_t i = kFirstClean; i < media.packets.size(); ++i) fresh.Write(media.packets[i]);
+    for (uint32_t seed : {1u, 2u, 3u}) {
+        Aac aac(true);
+        aac.Start(media);
+        std::vector<uint8_t> damaged = media.packets.at(1);
+        uint32_t x = seed;
+        for (size_t i = kAdtsHeader; i < damaged.size(); ++i)
+            damaged[i] = static_cast<uint8_t>((x = x * 1664525u + 1013904223u) >> 24);
+        LogCapture capture;
+        EXPECT_EQ(aac.Write(damaged), -1) << seed;
+        EXPECT_TRUE(aac.output.m_events.empty()) << seed;
+        for (size_t i = kFirstClean; i < media.packets.size(); ++i) aac.Write(media.packets[i]);
+        EXPECT_TRUE(aac.output.AllPcm() == fresh.output.AllPcm()) << seed;
+    }
+}
+
 }  // namespace

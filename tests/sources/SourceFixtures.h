@@ -12,7 +12,7 @@
 inline std::string SourceMediaPath(const std::string& name) { return std::string(KORVEL_SOURCE_MEDIA_DIR) + "/" + name; }
 
 // Stands in for the decoder chain: records the set-up calls in order and every packet's bytes it
-// takes. It can refuse the decoder selection or one write, as a chain without a working decoder does.
+// takes. It can refuse the decoder selection or writes in a row, as a chain without a working decoder does.
 class PacketSink : public IAudioOutput {
 public:
     static constexpr int kRefused = -7;
@@ -30,7 +30,8 @@ public:
     int SetBufferSize(int) override { return 0; }
     int Reserved() override { return 0; }
     int WriteBuffer(const uint8_t* data, uint16_t size, unsigned int lost_packets) override {
-        if (m_writes++ == m_refused_write) return kRefused;
+        const int write = m_writes++;
+        if (write >= m_refused_write && write < m_refused_write + m_refused_count) return kRefused;
         m_packets.emplace_back(data, data + size);
         m_lost += lost_packets;
         return 0;
@@ -46,6 +47,7 @@ public:
     unsigned m_lost = 0;
     int m_decoder_result = 0;
     int m_refused_write = -1;  // counted over the sink's life, from 0
+    int m_refused_count = 1;   // writes refused in a row from there
     int m_writes = 0;
 };
 
