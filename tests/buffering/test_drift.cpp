@@ -19,15 +19,10 @@ namespace {
 
 using namespace BufferingAlgorithm;
 
-constexpr int kRate = 48000;
-constexpr long kSpeed = 6;
-constexpr int kBlock = 1152;
+constexpr int kRate = 48000, kBlock = 1152, kTargetMs = 300, kAccuracyMs = 25;
+constexpr long kSpeed = 6, kDriftPpm = 500;
 constexpr double kAudioSeconds = 120;
-constexpr int kTargetMs = 300;
-constexpr int kAccuracyMs = 25;
-constexpr int64_t kTarget = kRate * kTargetMs / 1000;
-constexpr int64_t kAccuracy = kRate * kAccuracyMs / 1000;
-constexpr long kDriftPpm = 500;
+constexpr int64_t kTarget = kRate * kTargetMs / 1000, kAccuracy = kRate * kAccuracyMs / 1000;
 
 double Now() {
     timespec now;
@@ -35,23 +30,15 @@ double Now() {
     return now.tv_sec + now.tv_nsec / 1e9;
 }
 
-void SleepUntil(double when) {
-    timespec at;
-    at.tv_sec = static_cast<time_t>(when);
-    at.tv_nsec = static_cast<long>((when - at.tv_sec) * 1e9);
-    clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
-}
-
 struct Correction {
-    double at_s;       // audio time
-    int64_t before;    // level when the correcting block came
-    int64_t after;     // level when the next block came
+    double at_s;             // audio time
+    int64_t before, after;   // level when the correcting block came, and when the next one came
     bool duplicated;
 };
 
 struct DriftRecord {
-    std::vector<double> time_s;    // audio time of each measurement, from the start of playback
-    std::vector<int64_t> level;    // ring plus device, as if measured exactly on the producer's schedule
+    std::vector<double> time_s;  // audio time of each measurement, from the start of playback
+    std::vector<int64_t> level;  // ring plus device, as if measured exactly on the producer's schedule
     std::vector<Correction> corrections;
     int starts = 0;
 
@@ -80,7 +67,6 @@ protected:
         options.limits.period_bytes_max = 1024 * 4;
         MakeCard(options);
         LogCapture capture(Logger::kMaskError | Logger::kMaskNotice);
-
         CPCMOutputBuffered output(&algorithm, kTargetMs, kAccuracyMs);
         output.SetDevice("channel1");
         EXPECT_EQ(output.Initialize(), 0);
@@ -88,38 +74,36 @@ protected:
         EXPECT_EQ(output.SetAudioFormat(AudioFormat{16, kRate, 2}), 0);
 
         const std::vector<uint8_t> block(kBlock * 4, 0);
-        const int blocks = static_cast<int>(kAudioSeconds * kRate / kBlock);
         const double block_s = static_cast<double>(kBlock) / kRate / kSpeed;  // real time per block
         const double card_rate = kRate * kSpeed * (1 + drift_ppm / 1e6);      // frames per real second
         DriftRecord run;
         double started_at = -1;
-        int seen_corrections = 0;
-        int seen_duplicates = 0;
-        const double begin = Now();
+        int seen_drops = 0, seen_duplicates = 0;
         bool correction_pending = false;
-        for (int k = 0; k < blocks; ++k) {
+        const double begin = Now();
+        for (int k = 0; k < static_cast<int>(kAudioSeconds * kRate / kBlock); ++k) {
             const double scheduled = begin + k * block_s;
-            SleepUntil(scheduled);
+            const timespec at{static_cast<time_t>(scheduled), static_cast<long>((scheduled - static_cast<time_t>(scheduled)) * 1e9)};
+            clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &at, nullptr);
             // The level the algorithm judges: ring plus device just before the block is stored.
             int64_t level = 0;
             if (!output.NeedsBuffering() && output.GetBufferedDelay(&level) == 0) {
-                if (started_at < 0) started_at = k * static_cast<double>(kBlock) / kRate;
-                // What the card played between the scheduled moment and now is the producer's
-                // lateness, not the buffer's: add it back.
+                const double audio_s = k * static_cast<double>(kBlock) / kRate;
+                if (started_at < 0) started_at = audio_s;
+                // What the card played since the scheduled moment is the producer's lateness, not the buffer's.
                 level += static_cast<int64_t>((Now() - scheduled) * card_rate);
-                run.time_s.push_back(k * static_cast<double>(kBlock) / kRate - started_at);
+                run.time_s.push_back(audio_s - started_at);
                 run.level.push_back(level);
                 if (correction_pending) run.corrections.back().after = level;
                 correction_pending = false;
             }
             EXPECT_EQ(output.WriteBuffer(block.data(), kBlock, 0), 0);
             const int drops = capture.count("-> dropping"), duplicates = capture.count("-> duplicating");
-            if (drops + duplicates > seen_corrections && !run.level.empty()) {
-                run.corrections.push_back({run.time_s.back(), run.level.back(), run.level.back(),
-                                           duplicates > seen_duplicates});
+            if (drops + duplicates > seen_drops + seen_duplicates && !run.level.empty()) {
+                run.corrections.push_back({run.time_s.back(), run.level.back(), run.level.back(), duplicates > seen_duplicates});
                 correction_pending = true;
             }
-            seen_corrections = drops + duplicates;
+            seen_drops = drops;
             seen_duplicates = duplicates;
         }
         run.starts = capture.count("Starting playback");
@@ -133,8 +117,7 @@ struct DriftCase {
     long drift_ppm;
 };
 void PrintTo(const DriftCase& c, std::ostream* os) {
-    *os << (c.corrected ? "correction" : "no correction") << ", card " << (c.drift_ppm > 0 ? "+" : "")
-        << c.drift_ppm << " ppm";
+    *os << (c.corrected ? "correction" : "no correction") << ", card " << (c.drift_ppm > 0 ? "+" : "") << c.drift_ppm << " ppm";
 }
 
 class DriftRun : public Drift, public ::testing::WithParamInterface<DriftCase> {};
@@ -148,14 +131,12 @@ TEST_P(DriftRun, TheLevelWalksAwayWithTheClocksUnlessCorrectedWithinTheBand) {
     CBufferingAlgorithm correcting(kTargetMs, kAccuracyMs);
     const DriftRecord run = Play(c.drift_ppm, c.corrected ? static_cast<IBufferingAlgorithm&>(correcting) : none);
     ASSERT_GT(run.level.size(), 100u);
-    std::printf("largest deviation %.1f ms, %zu corrections\n", run.LargestDeviation() * 1000.0 / kRate,
-                run.corrections.size());
+    std::printf("largest deviation %.1f ms, %zu corrections\n", run.LargestDeviation() * 1000.0 / kRate, run.corrections.size());
     EXPECT_EQ(run.starts, 1) << "no underrun, no restart";
     if (!c.corrected) {
         constexpr double kWindow = 10;
-        const double span = run.time_s.back() - kWindow;
         const double walk = run.MeanLevel(run.time_s.back() - kWindow, 1e9) - run.MeanLevel(0, kWindow);
-        const double expected = -c.drift_ppm / 1e6 * kRate * span;  // a fast card empties the buffer
+        const double expected = -c.drift_ppm / 1e6 * kRate * (run.time_s.back() - kWindow);  // a fast card empties the buffer
         EXPECT_NEAR(walk, expected, std::fabs(expected) * 0.2) << "walk " << walk << " expected " << expected;
         return;
     }
@@ -166,8 +147,7 @@ TEST_P(DriftRun, TheLevelWalksAwayWithTheClocksUnlessCorrectedWithinTheBand) {
     for (const Correction& correction : run.corrections) {
         // A fast card drains the buffer: samples are duplicated; a slow one fills it: dropped.
         EXPECT_EQ(correction.duplicated, c.drift_ppm > 0) << "at " << correction.at_s << " s";
-        const int64_t step = correction.after - correction.before;
-        EXPECT_NEAR(static_cast<double>(step), correction.duplicated ? kAccuracy : -kAccuracy, kBlock)
+        EXPECT_NEAR(static_cast<double>(correction.after - correction.before), correction.duplicated ? kAccuracy : -kAccuracy, kBlock)
             << "at " << correction.at_s << " s";
     }
 }

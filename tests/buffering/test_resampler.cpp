@@ -36,22 +36,6 @@ double Rms(const std::vector<int16_t>& samples, int channel, size_t skip_frames)
     return std::sqrt(sum / std::max<size_t>(n, 1));
 }
 
-// The frequency of a clean sine from its upward zero crossings, with sub-sample interpolation.
-double MeasuredFrequency(const std::vector<int16_t>& stereo, int rate, size_t skip_frames) {
-    double first = -1, last = -1;
-    int crossings = 0;
-    for (size_t i = skip_frames + 1; i < stereo.size() / 2; ++i) {
-        const double a = stereo[(i - 1) * 2], b = stereo[i * 2];
-        if (a < 0 && b >= 0) {
-            const double at = (i - 1) + (-a / (b - a));
-            if (first < 0) first = at;
-            last = at;
-            ++crossings;
-        }
-    }
-    return (crossings - 1) * rate / (last - first);
-}
-
 void Feed(CResampler& resampler, const std::vector<int16_t>& samples, int channels, int block_frames) {
     const int frames = static_cast<int>(samples.size()) / channels;
     for (int at = 0; at < frames; at += block_frames) {
@@ -77,9 +61,10 @@ TEST_F(Resampler, MonoPlaysOnBothSidesAtItsOwnLevel) {
     EXPECT_NEAR(20 * std::log10(right / input), 0.0, 0.05);
 }
 
-// A new input format rebuilds the context, the same one again does not. Silence injected into the
-// input and as much output dropped cancel out in the length.
-TEST_F(Resampler, From44100To48000KeepsLengthAndFrequency) {
+// A new input format rebuilds the context, the same one again does not; the context holds back a
+// few samples of filter delay, never more. Silence injected into the input and as much output
+// dropped cancel out in the length (the frequency and the content are checked through the card).
+TEST_F(Resampler, From44100To48000KeepsTheLengthAndInjectionAndDropCancelOut) {
     const unsigned builds = m_resampler.GetInitCount();
     EXPECT_EQ(m_resampler.SetInputFormat(AudioFormat{16, 48000, 2}), 0);
     EXPECT_EQ(m_resampler.SetSampleRates(48000, 48000), 0);
@@ -91,24 +76,15 @@ TEST_F(Resampler, From44100To48000KeepsLengthAndFrequency) {
     Feed(m_resampler, input, 2, 1152);
     const double exact = kFrames * 48000.0 / 44100.0;
     const size_t produced = m_out.m_samples.size() / 2;
-    // The context holds back a few samples of filter delay, never more.
     EXPECT_LE(produced, exact + 1);
     EXPECT_GT(produced, exact - 64);
     EXPECT_GT(m_out.m_blocks, 70) << "every block that produced output was handed on";
-    EXPECT_NEAR(MeasuredFrequency(m_out.m_samples, 48000, 500), 1000.0, 0.5);
-
     m_out.m_samples.clear();
     ASSERT_EQ(m_resampler.Initialize(), 0);
     EXPECT_GE(m_resampler.InjectSilence(441), 0);  // input samples: 10 ms
     EXPECT_GE(m_resampler.DropOutput(480), 0);     // output samples: 10 ms
     Feed(m_resampler, input, 2, 1152);
     EXPECT_NEAR(static_cast<double>(m_out.m_samples.size() / 2), static_cast<double>(produced), 2);
-}
-
-TEST(ResamplerDeathTest, ATwentyFourBitFormatIsAContractViolation) {
-    Collector out;
-    CResampler resampler(&out);
-    EXPECT_DEATH(resampler.SetInputFormat(AudioFormat{24, 44100, 2}), "src/CResampler.*Unsupported audio format");
 }
 
 }  // namespace

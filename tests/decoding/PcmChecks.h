@@ -46,16 +46,12 @@ inline double AlignedSnrDb(const std::vector<int16_t>& decoded, const std::vecto
         }
     }
     double signal = 0, noise = 0;
-    for (long i = 0; i < frames_a; ++i) {
-        const long j = i - *best_lag;
-        if (j < 0 || j >= frames_b) continue;
+    for (long i = std::max(0L, *best_lag); i < frames_a && i - *best_lag < frames_b; ++i)
         for (int c = 0; c < channels; ++c) {
-            const double ref = reference[j * channels + c];
-            const double err = decoded[i * channels + c] - ref;
+            const double ref = reference[(i - *best_lag) * channels + c], err = decoded[i * channels + c] - ref;
             signal += ref * ref;
             noise += err * err;
         }
-    }
     return 10 * std::log10(signal / std::max(noise, 1e-9));
 }
 

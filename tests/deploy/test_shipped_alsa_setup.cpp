@@ -25,6 +25,8 @@
 #include "PlayerFactory.h"
 #include "ScratchDir.h"
 
+#include "vcard.h"
+
 namespace {
 
 constexpr int kPlayerId = 3;
@@ -83,42 +85,6 @@ private:
     int m_finished = 0;
     std::vector<int> m_errors;
 };
-
-// The raw value of a simple element as any other client of the card sees it; -1 if it is missing.
-long ReadElement(const char* name) {
-    snd_mixer_t* mixer = nullptr;
-    long value = -1;
-    if (snd_mixer_open(&mixer, 0) < 0) return -1;
-    snd_mixer_selem_id_t* id = nullptr;
-    if (snd_mixer_attach(mixer, "default") == 0 && snd_mixer_selem_register(mixer, nullptr, nullptr) == 0 &&
-        snd_mixer_load(mixer) == 0 && snd_mixer_selem_id_malloc(&id) == 0) {
-        snd_mixer_selem_id_set_name(id, name);
-        if (snd_mixer_elem_t* elem = snd_mixer_find_selem(mixer, id))
-            snd_mixer_selem_get_playback_volume(elem, SND_MIXER_SCHN_FRONT_LEFT, &value);
-        snd_mixer_selem_id_free(id);
-    }
-    snd_mixer_close(mixer);
-    return value;
-}
-
-int WriteElement(const char* name, long raw) {
-    snd_mixer_t* mixer = nullptr;
-    int err = snd_mixer_open(&mixer, 0);
-    if (err < 0) return err;
-    snd_mixer_selem_id_t* id = nullptr;
-    err = snd_mixer_attach(mixer, "default");
-    if (err == 0) err = snd_mixer_selem_register(mixer, nullptr, nullptr);
-    if (err == 0) err = snd_mixer_load(mixer);
-    if (err == 0) err = snd_mixer_selem_id_malloc(&id);
-    if (err == 0) {
-        snd_mixer_selem_id_set_name(id, name);
-        snd_mixer_elem_t* elem = snd_mixer_find_selem(mixer, id);
-        err = elem != nullptr ? snd_mixer_selem_set_playback_volume_all(elem, raw) : -ENOENT;
-        snd_mixer_selem_id_free(id);
-    }
-    snd_mixer_close(mixer);
-    return err;
-}
 
 std::vector<int16_t> ReadSamples(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
@@ -237,7 +203,7 @@ TEST_F(ShippedAlsaSetup, ChannelThreeFollowsChan3AndNoOtherControl) {
     player->SetItem(item);
     player->FadeIn(0, 100);
     ASSERT_TRUE(delegate.WaitFinished(1));
-    ASSERT_EQ(WriteElement("chan_1", 0), 0);
+    ASSERT_EQ(vcard::WriteMixerVolume("chan_1", 0), 0);
     // As a host changes the volume between items: a volume command, then the item.
     item.volume = kHalfVolume;
     player->SetVolume(kHalfVolume);
@@ -267,10 +233,10 @@ TEST_F(ShippedAlsaSetup, ChannelThreeFollowsChan3AndNoOtherControl) {
     EXPECT_NEAR(gain, expected_gain, expected_gain * 0.05)
         << "channel3 at 50 % played at " << 20 * std::log10(gain) << " dB";
 
-    EXPECT_EQ(ReadElement("chan_3"), half_raw);
-    EXPECT_EQ(ReadElement("chan_1"), 0) << "player 3 wrote chan_1";
-    EXPECT_EQ(ReadElement("chan_2"), kFullRaw);
-    EXPECT_EQ(ReadElement("chan_4"), kFullRaw);
+    EXPECT_EQ(vcard::ReadMixerVolume("chan_3"), half_raw);
+    EXPECT_EQ(vcard::ReadMixerVolume("chan_1"), 0) << "player 3 wrote chan_1";
+    EXPECT_EQ(vcard::ReadMixerVolume("chan_2"), kFullRaw);
+    EXPECT_EQ(vcard::ReadMixerVolume("chan_4"), kFullRaw);
 }
 
 // On a device the same file ends on hw:0 through ALSA's own dmix, which no virtual card can stand in

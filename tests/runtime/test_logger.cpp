@@ -11,10 +11,13 @@ const char* counted_prefix() {
     return "PREFIX";
 }
 
-TEST(Logger, IdentityIsTheNameAfterTheLastSlashAndOnlyTheFirstInitAnnouncesItself) {
+// print() maps stderr to an error and other streams to information.
+TEST(Logger, IdentityIsTheNameAfterTheLastSlashOnlyTheFirstInitAnnouncesItselfAndPrintMapsItsStream) {
     Logger logger;
     LogCapture capture;
     logger.set_sink(&capture);
+    logger.print(stderr, "to stderr %d", 1);
+    logger.print(stdout, "to stdout %d", 2);
     for (const auto& [path, identity] : {std::pair{"/usr/bin/vendra_player", "vendra_player"},
                                          {"vendra player", "vendra player"}, {"/opt/bin/", ""}}) {
         logger.init(path);
@@ -22,8 +25,11 @@ TEST(Logger, IdentityIsTheNameAfterTheLastSlashAndOnlyTheFirstInitAnnouncesItsel
     }
     logger.set_sink(nullptr);
     EXPECT_EQ(capture.count("Initializing Logging service"), 1);
-    ASSERT_FALSE(capture.lines().empty());
-    EXPECT_EQ(capture.lines().front().first, LOG_INFO);
+    const auto lines = capture.lines();
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[0], std::make_pair(LOG_ERR, std::string("to stderr 1")));
+    EXPECT_EQ(lines[1], std::make_pair(LOG_INFO, std::string("to stdout 2")));
+    EXPECT_EQ(lines[2].first, LOG_INFO);
 }
 
 // A level the mask disables must not even evaluate its arguments.
@@ -48,16 +54,6 @@ TEST(Logger, AMaskPassesOnlyItsLevelsEachWithItsPriority) {
         }
         EXPECT_EQ(priorities, expected) << mask;
     }
-}
-
-TEST(Logger, PrintMapsStderrToErrorAndOtherStreamsToInfo) {
-    LogCapture capture;
-    g_logger.print(stderr, "to stderr %d", 1);
-    g_logger.print(stdout, "to stdout %d", 2);
-    const auto lines = capture.lines();
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], std::make_pair(LOG_ERR, std::string("to stderr 1")));
-    EXPECT_EQ(lines[1], std::make_pair(LOG_INFO, std::string("to stdout 2")));
 }
 
 }  // namespace

@@ -23,6 +23,11 @@ long elapsed_ms(Clock::time_point since) {
 // Generous bound for "returns at once" on a loaded 2-core machine running sanitizers.
 constexpr long kPromptMs = 150;
 
+void wait_until(const std::atomic<bool>& flag) {
+    const auto start = Clock::now();
+    while (!flag && elapsed_ms(start) < 5000) std::this_thread::sleep_for(milliseconds(1));
+}
+
 TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
     utils::mutex m;
     ASSERT_TRUE(m.lock());
@@ -32,16 +37,12 @@ TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
     EXPECT_FALSE(other_got_it);
     EXPECT_EQ(m.unlock(), 0);
     EXPECT_EQ(m.unlock(), 0);
-    std::thread([&] {
-        other_got_it = m.trylock();
-        if (other_got_it) m.unlock();
-    }).join();
+    std::thread([&] { if ((other_got_it = m.trylock())) m.unlock(); }).join();
     EXPECT_TRUE(other_got_it);
 }
 
 // Deadlines live on the monotonic clock, so a wall clock stepped by decades at boot neither fires
-// nor freezes a wait: an absolute monotonic deadline is honoured to the millisecond, and the
-// relative helper counts from the monotonic now.
+// nor freezes a wait.
 TEST(Event, DeadlinesAreOnTheMonotonicClock) {
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
@@ -49,7 +50,6 @@ TEST(Event, DeadlinesAreOnTheMonotonicClock) {
     const int64_t ahead_ms = (deadline.tv_sec - now.tv_sec) * 1000 + (deadline.tv_nsec - now.tv_nsec) / 1000000;
     EXPECT_GE(ahead_ms, 99);
     EXPECT_LT(ahead_ms, 100 + kPromptMs);
-
     utils::event ev;
     const auto start = Clock::now();
     EXPECT_EQ(ev.wait(deadline), 110);
@@ -69,20 +69,15 @@ TEST(Event, SetIsKeptForOneWaitPulseIsLostWithoutAWaiterBroadcastWakesAll) {
     EXPECT_EQ(ev.wait(0), 110) << "the set was consumed";
     ev.pulse();
     EXPECT_EQ(ev.wait(0), 110) << "a pulse with no waiter must be lost";
-
     std::atomic<int> result{-1};
     std::thread waiter([&] { result = ev.wait(5000); });
-    while (result == -1) {
-        ev.pulse();
-        std::this_thread::sleep_for(milliseconds(5));
-    }
+    for (; result == -1; std::this_thread::sleep_for(milliseconds(5))) ev.pulse();
     waiter.join();
     EXPECT_EQ(result, 0);
 
     utils::event broadcast(true, false);
     std::atomic<int> woken{0};
-    std::thread a([&] { woken += broadcast.wait(5000) == 0; });
-    std::thread b([&] { woken += broadcast.wait(5000) == 0; });
+    std::thread a([&] { woken += broadcast.wait(5000) == 0; }), b([&] { woken += broadcast.wait(5000) == 0; });
     std::this_thread::sleep_for(milliseconds(50));
     broadcast.set();
     a.join();
@@ -90,33 +85,43 @@ TEST(Event, SetIsKeptForOneWaitPulseIsLostWithoutAWaiterBroadcastWakesAll) {
     EXPECT_EQ(woken, 2);
 }
 
-// A thread that records what it saw and sleeps until stopped.
-class SleepingThread : public utils::CThread {
+// Records what it saw; a resume before its first suspend must not be lost, and a suspend after
+// stop must return at once. `stubborn` ignores the run flag: only cancellation ends it.
+class TestThread : public utils::CThread {
 public:
-    using CThread::CThread;
+    explicit TestThread(const char* name = "test", bool stubborn = false) : CThread(name), m_stubborn(stubborn) {}
     void run(void* arg) override {
         m_arg_seen = arg;
         char name[32] = {};
         pthread_getname_np(pthread_self(), name, sizeof name);
         m_kernel_name = name;
         m_started = true;
+        while (m_stubborn) usleep(2000);
+        if (m_resume_first) {
+            while (!m_go) usleep(1000);
+            const auto start = Clock::now();
+            m_first = suspend(5000);
+            m_first_ms = elapsed_ms(start);
+            m_done = true;
+        }
         while (m_run) suspend(kInfinite);
+        const auto after = Clock::now();
+        m_after_stop = suspend(5000);
+        m_after_stop_ms = elapsed_ms(after);
     }
+    const bool m_stubborn;
+    std::atomic<bool> m_resume_first{false}, m_go{false}, m_done{false}, m_started{false};
     std::atomic<void*> m_arg_seen{nullptr};
     std::string m_kernel_name;  // written before m_started
-    std::atomic<bool> m_started{false};
+    std::atomic<int> m_first{-1}, m_after_stop{-1};
+    std::atomic<long> m_first_ms{-1}, m_after_stop_ms{-1};
 };
 
-void wait_until(const std::atomic<bool>& flag) {
-    const auto start = Clock::now();
-    while (!flag && elapsed_ms(start) < 5000) std::this_thread::sleep_for(milliseconds(1));
-}
-
-// Stop ends a suspended thread at once, without killing it; on an object that never started a
-// thread it only clears the run flag.
+// Stop ends a suspended thread at once, without killing it, and a later suspend returns at once;
+// on an object that never started a thread it only clears the run flag.
 TEST(Thread, StartsWithItsArgumentCutsALongNameForTheKernelOnlyAndStopsAtOnce) {
     LogCapture capture;
-    SleepingThread never;
+    TestThread never;
     auto start = Clock::now();
     never.stop(500);
     EXPECT_LT(elapsed_ms(start), kPromptMs);
@@ -124,16 +129,24 @@ TEST(Thread, StartsWithItsArgumentCutsALongNameForTheKernelOnlyAndStopsAtOnce) {
     EXPECT_TRUE(capture.lines().empty());
 
     int token = 0;
-    SleepingThread thread("AVeryLongThreadNameIndeed");
+    TestThread thread("AVeryLongThreadNameIndeed");
+    thread.m_resume_first = true;
     ASSERT_EQ(thread.start(&token, SCHED_OTHER, 0), 0);
     wait_until(thread.m_started);
     ASSERT_TRUE(thread.m_started);
     EXPECT_EQ(thread.m_arg_seen, &token);
     EXPECT_EQ(thread.m_kernel_name, "AVeryLongThread");
     EXPECT_EQ(thread.name(), "AVeryLongThreadNameIndeed");
+    thread.resume();
+    thread.m_go = true;
+    wait_until(thread.m_done);
+    EXPECT_EQ(thread.m_first, 0) << "the resume before the suspend was lost";
+    EXPECT_LT(thread.m_first_ms, kPromptMs);
     start = Clock::now();
     thread.stop(500);
     EXPECT_LT(elapsed_ms(start), kPromptMs);
+    EXPECT_EQ(thread.m_after_stop, 0);
+    EXPECT_LT(thread.m_after_stop_ms, kPromptMs);
     EXPECT_TRUE(capture.contains("Thread 'AVeryLongThreadNameIndeed' ("));
     EXPECT_FALSE(thread.is_running());
     EXPECT_FALSE(thread.is_executing());
@@ -143,101 +156,39 @@ TEST(Thread, StartsWithItsArgumentCutsALongNameForTheKernelOnlyAndStopsAtOnce) {
 // The owner may start an object again, or destroy it, the moment stop() returns: the ending thread
 // must not touch the object after that, nor let its end release the next run's start handshake.
 TEST(Thread, StopThenRestartOrDestroyInALoopLeavesNothingBehind) {
-    constexpr int kRounds = 2000;
     LogCapture capture(Logger::kDefaultMask);
-    SleepingThread reused("again");
+    TestThread reused("again");
     int token = 0;
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < 2000; ++round) {
         reused.m_arg_seen = nullptr;
         ASSERT_EQ(reused.start(&token, SCHED_OTHER, 0), 0);
         reused.stop(500);
         ASSERT_EQ(reused.thread_id(), 0u);
-
-        auto owned = std::make_unique<SleepingThread>("churn");
+        auto owned = std::make_unique<TestThread>("churn");
         ASSERT_EQ(owned->start(nullptr, SCHED_OTHER, 0), 0);
         owned->stop(500);
-        owned.reset();
     }
-    // A run that really started still sees its own argument.
     reused.m_started = false;
     reused.start(&token, SCHED_OTHER, 0);
     wait_until(reused.m_started);
-    EXPECT_EQ(reused.m_arg_seen, &token);
+    EXPECT_EQ(reused.m_arg_seen, &token) << "a run that really started sees its own argument";
     reused.stop(500);
     EXPECT_EQ(capture.count("killed"), 0);
 }
 
-// Ignores its run flag: only cancellation ends it.
-class StubbornThread : public utils::CThread {
-public:
-    using CThread::CThread;
-    void run(void*) override {
-        m_started = true;
-        for (;;) usleep(2000);
-    }
-    std::atomic<bool> m_started{false};
-};
-
 TEST(Thread, StopCancelsAThreadThatIgnoresItsRunFlag) {
     LogCapture capture;
-    StubbornThread thread("stubborn");
+    TestThread thread("stubborn", true);
     thread.start(nullptr, SCHED_OTHER, 0);
     wait_until(thread.m_started);
     const auto start = Clock::now();
     thread.stop(500);
-    const long took = elapsed_ms(start);
-    EXPECT_GE(took, 450);
-    EXPECT_LT(took, 500 + kPromptMs);
+    EXPECT_GE(elapsed_ms(start), 450);
+    EXPECT_LT(elapsed_ms(start), 500 + kPromptMs);
     EXPECT_EQ(capture.count("Thread stubborn( "), 1);
     EXPECT_EQ(capture.count(") killed"), 1);
     EXPECT_FALSE(thread.is_executing());
     std::this_thread::sleep_for(milliseconds(20));  // let the cancellation reach its next sleep
-}
-
-// Records how suspend behaves when resumed early and when stopped.
-class ResumeThread : public utils::CThread {
-public:
-    void run(void*) override {
-        m_ready = true;
-        while (!m_go) usleep(1000);
-        const auto start = Clock::now();
-        m_first = suspend(5000);  // the resume came before this call
-        m_first_ms = elapsed_ms(start);
-        m_done = true;
-        while (m_run) suspend(kInfinite);
-        const auto after = Clock::now();
-        m_after_stop = suspend(5000);  // m_run is false now
-        m_after_stop_ms = elapsed_ms(after);
-    }
-    std::atomic<bool> m_ready{false}, m_go{false}, m_done{false};
-    std::atomic<int> m_first{-1}, m_after_stop{-1};
-    std::atomic<long> m_first_ms{-1}, m_after_stop_ms{-1};
-};
-
-TEST(Thread, ResumeBeforeSuspendIsNotLostAndSuspendAfterStopReturnsAtOnce) {
-    ResumeThread thread;
-    thread.start(nullptr, SCHED_OTHER, 0);
-    wait_until(thread.m_ready);
-    thread.resume();
-    thread.m_go = true;
-    wait_until(thread.m_done);
-    EXPECT_EQ(thread.m_first, 0);
-    EXPECT_LT(thread.m_first_ms, kPromptMs);
-    thread.stop(500);
-    EXPECT_EQ(thread.m_after_stop, 0);
-    EXPECT_LT(thread.m_after_stop_ms, kPromptMs);
-}
-
-TEST(ThreadDeathTest, SuspendFromAnotherThreadIsAContractViolation) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_DEATH(
-        {
-            SleepingThread thread("victim");
-            thread.start(nullptr, SCHED_OTHER, 0);
-            wait_until(thread.m_started);
-            thread.suspend(10);
-        },
-        "src/CThread.*suspend.*pthread_equal\\(m_thread_id,pthread_self\\(\\)\\) != 0");
 }
 
 }  // namespace

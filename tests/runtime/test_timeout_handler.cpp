@@ -12,16 +12,12 @@ time_t fake_time(time_t* out) {
     return g_now;
 }
 
-class TimeoutHandlerTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        g_now = 100;
-        handler.set_time_source(&fake_time);
-    }
+// More whole seconds than the limit must pass since the clock started; an interrupt from another
+// thread counts at once and sticks until a limit is set again.
+TEST(TimeoutHandler, TimesOutAfterTheLimitOrAtOnceAfterAnInterrupt) {
     CTimeout_handler handler;
-};
-
-TEST_F(TimeoutHandlerTest, TimesOutOnlyWhenMoreWholeSecondsThanTheLimitHavePassedSinceTheClockStarted) {
+    handler.set_time_source(&fake_time);
+    g_now = 100;
     handler.start_clock();
     g_now = 110;
     EXPECT_FALSE(handler.timed_out()) << "exactly the default limit of ten seconds is not a time-out";
@@ -33,12 +29,7 @@ TEST_F(TimeoutHandlerTest, TimesOutOnlyWhenMoreWholeSecondsThanTheLimitHavePasse
     EXPECT_TRUE(handler.timed_out());
     handler.start_clock();
     EXPECT_FALSE(handler.timed_out()) << "a restarted clock starts a new period";
-}
-
-TEST_F(TimeoutHandlerTest, InterruptFromAnotherThreadIsImmediateAndSticky) {
-    handler.start_clock();
-    EXPECT_FALSE(handler.timed_out());
-    std::thread([this] { handler.interrupt(); }).join();
+    std::thread([&] { handler.interrupt(); }).join();
     EXPECT_TRUE(handler.timed_out()) << "in the same second as the clock start";
     EXPECT_LT(handler.get_timeout(), 0);
     handler.start_clock();
@@ -47,8 +38,8 @@ TEST_F(TimeoutHandlerTest, InterruptFromAnotherThreadIsImmediateAndSticky) {
     EXPECT_FALSE(handler.timed_out());
 }
 
-// Seconds count on the monotonic clock: the network time stepping the wall clock by decades must
-// neither end every open at once nor let a stalled one run for ever.
+// The network time stepping the wall clock by decades must neither end every open at once nor let a
+// stalled one run for ever.
 TEST(TimeoutHandler, CountsSecondsOnTheMonotonicClock) {
     struct Probe : CTimeout_handler {
         time_t started() const { return m_start; }

@@ -52,10 +52,8 @@ public:
 };
 
 // The owner's demuxer interrupt: abort once the source's time-out handler says so.
-inline int AbortWhenTimedOut(void* source) { return static_cast<CAudioSource*>(source)->timed_out() ? 1 : 0; }
-
 inline void InstallInterrupt(CAudioSource& source) {
-    source.m_libav_callback = {&AbortWhenTimedOut, &source};
+    source.m_libav_callback = {[](void* s) { return static_cast<CAudioSource*>(s)->timed_out() ? 1 : 0; }, &source};
 }
 
 // Reads packets until the source reports anything but a packet; that code.

@@ -13,57 +13,47 @@
 
 namespace {
 
-struct PlsCase {
-    const char* name;
-    const char* content;
-    int parse_result;
-    std::list<std::string> urls;
-};
-
-void PrintTo(const PlsCase& c, std::ostream* os) { *os << c.name; }
-
-class PlsParsing : public ::testing::TestWithParam<PlsCase> {};
-
-TEST_P(PlsParsing, ListsTheUrlEntriesInOrder) {
-    ScratchDir dir;
-    CPLSParser parser;
-    EXPECT_EQ(parser.Parse(dir.file("list.pls", GetParam().content).c_str()), GetParam().parse_result);
-    std::list<std::string> urls;
-    parser.GetURLs(urls);
-    EXPECT_EQ(urls, GetParam().urls);
-    parser.Release();
-    parser.GetURLs(urls);
-    EXPECT_EQ(urls, GetParam().urls) << "nothing more once released";
+// Names match in any case, local files are skipped, the count limits the entries, and nothing is
+// left once the parser is released.
+TEST(PlsParsing, ListsTheUrlEntriesInOrder) {
+    struct Case { const char* content; int parse_result; std::list<std::string> urls; };
+    for (const Case& c : {
+             Case{"[Playlist]\nNumberOfEntries=2\nFile1=a.mp3\nFile2=http://h/b\n", 0, {"http://h/b"}},
+             Case{"[playlist]\nnumberofentries=0x2\nfile1=http://h/1\nfile2=http://h/2\n", 0, {"http://h/1", "http://h/2"}},
+             Case{"[playlist]\nnumberofentries=010\nfile8=http://h/8\nfile9=http://h/9\n", 0, {"http://h/8"}},
+             Case{"[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile2=http://h/2\n", 0, {"http://h/1"}},
+             Case{"[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile1=http://h/2\n", 0, {"http://h/1\nhttp://h/2"}},
+             Case{"; a comment\n[playlist]\n# another\nnumberofentries: 1\nfile1 : http://h/1 \n", 0, {"http://h/1"}},
+             Case{"[playlist]\nfile1=http://h/1\n", 0, {}},
+             Case{"[playlist]\nnumberofentries=1\nfile1=http://h/1\nno equals sign here\n", 4, {}}}) {
+        ScratchDir dir;
+        CPLSParser parser;
+        EXPECT_EQ(parser.Parse(dir.file("list.pls", c.content).c_str()), c.parse_result) << c.content;
+        std::list<std::string> urls;
+        parser.GetURLs(urls);
+        EXPECT_EQ(urls, c.urls) << c.content;
+        parser.Release();
+        parser.GetURLs(urls);
+        EXPECT_EQ(urls, c.urls) << c.content;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Files, PlsParsing,
-    ::testing::Values(
-        PlsCase{"NamesMatchInAnyCaseAndLocalFilesAreSkipped",
-                "[Playlist]\nNumberOfEntries=2\nFile1=a.mp3\nFile2=http://h/b\n", 0, {"http://h/b"}},
-        PlsCase{"HexadecimalCount", "[playlist]\nnumberofentries=0x2\nfile1=http://h/1\nfile2=http://h/2\n", 0,
-                {"http://h/1", "http://h/2"}},
-        PlsCase{"OctalCount", "[playlist]\nnumberofentries=010\nfile8=http://h/8\nfile9=http://h/9\n", 0,
-                {"http://h/8"}},
-        PlsCase{"CountLimitsTheEntries", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile2=http://h/2\n", 0,
-                {"http://h/1"}},
-        PlsCase{"RepeatedKeysAreJoined", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile1=http://h/2\n", 0,
-                {"http://h/1\nhttp://h/2"}},
-        PlsCase{"CommentsAndColons", "; a comment\n[playlist]\n# another\nnumberofentries: 1\nfile1 : http://h/1 \n", 0,
-                {"http://h/1"}},
-        PlsCase{"NoCountNoEntries", "[playlist]\nfile1=http://h/1\n", 0, {}},
-        PlsCase{"MalformedLine", "[playlist]\nnumberofentries=1\nfile1=http://h/1\nno equals sign here\n", 4, {}}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-TEST(PlsParsingLimits, HandlesAHundredThousandEntriesAndAMissingFile) {
+// A tokenised stream URL is far longer than the system INI library's line buffer.
+TEST(PlsParsing, HandlesAHundredThousandEntriesAUrlOfTwoThousandCharactersAndAMissingFile) {
     ScratchDir dir;
-    std::string content = "[playlist]\nnumberofentries=100000\n";
-    for (int i = 1; i <= 100000; ++i) content += "File" + std::to_string(i) + "=http://h/" + std::to_string(i) + "\n";
+    std::string url = "http://stream.example/live.aac?token=";
+    while (url.size() < 2000) url += "Ab3-_x=9&";
+    url.resize(2000);
+    std::string content = "[playlist]\nnumberofentries=100000\nFile1=" + url + "\n";
+    for (int i = 2; i <= 100000; ++i) content += "File" + std::to_string(i) + "=http://h/" + std::to_string(i) + "\n";
+    const std::string path = dir.file("big.pls", content);
+    EXPECT_NE(INIReader(path).Get("playlist", "File1", ""), url) << "the system library cuts the line short";
     CPLSParser parser;
-    ASSERT_EQ(parser.Parse(dir.file("big.pls", content).c_str()), 0);
+    ASSERT_EQ(parser.Parse(path.c_str()), 0);
     std::list<std::string> urls;
     parser.GetURLs(urls);
     ASSERT_EQ(urls.size(), 100000u);
+    EXPECT_EQ(urls.front(), url);
     EXPECT_EQ(urls.back(), "http://h/100000");
     EXPECT_EQ(parser.Parse((dir.path() + "/missing.pls").c_str()), -1);
 }
@@ -201,73 +191,37 @@ TEST_F(PlaylistMap, HostilePlaylistsEndCleanly) {
     EXPECT_EQ(url, "");
 }
 
-}  // namespace
-
-namespace {
-
 // Each file is read by our reader and by the system INI library; both must agree, and the value
 // read must be the one written here, so that two readers losing the same key cannot pass.
-struct IniCase {
-    const char* name;
-    std::string content;  // "<missing>": no file at all
-    const char* section, * key;
-    const char* value;  // what Get returns, "<none>" when nothing is found
-};
-
-void PrintTo(const IniCase& c, std::ostream* os) { *os << c.name; }
-
-class IniReading : public ::testing::TestWithParam<IniCase> {};
-
-TEST_P(IniReading, AnswersAsTheSystemIniLibrary) {
-    ScratchDir dir;
-    const std::string path = GetParam().content == "<missing>" ? dir.path() + "/missing.ini"
-                                                               : dir.file("f.ini", GetParam().content);
-    const CIniReader ours(path);
-    const INIReader system(path);
-    constexpr long kNoNumber = -424242;
-    EXPECT_EQ(ours.ParseError(), system.ParseError());
-    EXPECT_EQ(ours.Get(GetParam().section, GetParam().key, "<none>"), GetParam().value);
-    EXPECT_EQ(system.Get(GetParam().section, GetParam().key, "<none>"), GetParam().value);
-    EXPECT_EQ(ours.GetInteger(GetParam().section, GetParam().key, kNoNumber),
-              system.GetInteger(GetParam().section, GetParam().key, kNoNumber));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Files, IniReading,
-    ::testing::Values(
-        IniCase{"SectionsAndNamesIgnoreCase", "[One]\nKey=1\n[two]\nkey=2\n", "ONE", "kEY", "1"},
-        IniCase{"ColonAndBlanksAroundNameAndValue", "[s]\n  name :  some value \t\r\n", "s", "NAME", "some value"},
-        IniCase{"CommentsAndBlankLines", "; c\n\n# c\n[s]\n  ; c\n\t\nk = v ; inline\n", "s", "k", "v"},
-        IniCase{"SemicolonGluedToTextIsKept", "[s]\nk=http://h/a;b=c\n", "s", "k", "http://h/a;b=c"},
-        IniCase{"RepeatedKeyIsJoined", "[s]\nk=1\nk=\nk=2\n", "s", "k", "1\n\n2"},
-        IniCase{"EmptyFirstValueLeavesNoNewline", "[s]\nk=\nk=2\n", "s", "k", "2"},
-        IniCase{"IndentedLineContinuesTheValue", "[s]\nk=1\n  [t] ; x\n", "s", "k", "1\n[t] ; x"},
-        IniCase{"IndentedKeyAfterASectionIsAKey", "[s]\nk=1\n[t]\n  x = 2\n", "t", "x", "2"},
-        IniCase{"KeysAfterABadLineAreKept", "[s]\na=1\nbroken\nk=2\nalso broken\n", "s", "k", "2"},
-        IniCase{"UnclosedSectionKeepsTheLastOne", "[s]\n[t ;]\nk=1\n", "s", "k", "1"},
-        IniCase{"KeysBeforeAnySection", "k=top\n[s]\nk=in\n", "", "k", "top"},
-        IniCase{"SectionNameKeepsItsBlanks", "[ s ]\nk=1\n", " s ", "k", "1"},
-        IniCase{"HexadecimalInteger", "k=0x1A\n", "", "k", "0x1A"},
-        IniCase{"OctalNegativeInteger", "k=-010\n", "", "k", "-010"},
-        IniCase{"LeadingDigitsAreANumber", "k=12abc\n", "", "k", "12abc"},
-        IniCase{"TextIsNoNumber", "k=abc\n", "", "k", "abc"},
-        IniCase{"ByteOrderMarkIsSkipped", "\xEF\xBB\xBF[s]\nk=1\n", "s", "k", "1"},
-        IniCase{"MissingFile", "<missing>", "s", "k", "<none>"}),
-    [](const auto& info) { return std::string(info.param.name); });
-
-// A tokenised stream URL is far longer than the system INI library's line buffer.
-TEST(PlsLongLines, ReturnsAUrlOfTwoThousandCharactersWhole) {
-    ScratchDir dir;
-    std::string url = "http://stream.example/live.aac?token=";
-    while (url.size() < 2000) url += "Ab3-_x=9&";
-    url.resize(2000);
-    const std::string path = dir.file("long.pls", "[playlist]\nNumberOfEntries=1\nFile1=" + url + "\nTitle1=t\n");
-    EXPECT_NE(INIReader(path).Get("playlist", "File1", ""), url) << "the system library cuts the line short";
-    CPLSParser parser;
-    ASSERT_EQ(parser.Parse(path.c_str()), 0);
-    std::list<std::string> urls;
-    parser.GetURLs(urls);
-    EXPECT_EQ(urls, std::list<std::string>{url});
+TEST(IniReading, AnswersAsTheSystemIniLibrary) {
+    struct Case { std::string content; const char* section, *key, *value; };  // "<missing>": no file; "<none>": no value
+    for (const Case& c : {
+             Case{"[One]\nKey=1\n[two]\nkey=2\n", "ONE", "kEY", "1"},
+             Case{"[s]\n  name :  some value \t\r\n", "s", "NAME", "some value"},
+             Case{"; c\n\n# c\n[s]\n  ; c\n\t\nk = v ; inline\n", "s", "k", "v"},
+             Case{"[s]\nk=http://h/a;b=c\n", "s", "k", "http://h/a;b=c"},
+             Case{"[s]\nk=1\nk=\nk=2\n", "s", "k", "1\n\n2"},
+             Case{"[s]\nk=\nk=2\n", "s", "k", "2"},
+             Case{"[s]\nk=1\n  [t] ; x\n", "s", "k", "1\n[t] ; x"},
+             Case{"[s]\nk=1\n[t]\n  x = 2\n", "t", "x", "2"},
+             Case{"[s]\na=1\nbroken\nk=2\nalso broken\n", "s", "k", "2"},
+             Case{"[s]\n[t ;]\nk=1\n", "s", "k", "1"},
+             Case{"k=top\n[s]\nk=in\n", "", "k", "top"},
+             Case{"[ s ]\nk=1\n", " s ", "k", "1"},
+             Case{"k=0x1A\n", "", "k", "0x1A"}, Case{"k=-010\n", "", "k", "-010"},
+             Case{"k=12abc\n", "", "k", "12abc"}, Case{"k=abc\n", "", "k", "abc"},
+             Case{"\xEF\xBB\xBF[s]\nk=1\n", "s", "k", "1"},
+             Case{"<missing>", "s", "k", "<none>"}}) {
+        ScratchDir dir;
+        const std::string path = c.content == "<missing>" ? dir.path() + "/missing.ini" : dir.file("f.ini", c.content);
+        const CIniReader ours(path);
+        const INIReader system(path);
+        constexpr long kNoNumber = -424242;
+        EXPECT_EQ(ours.ParseError(), system.ParseError()) << c.content;
+        EXPECT_EQ(ours.Get(c.section, c.key, "<none>"), c.value) << c.content;
+        EXPECT_EQ(system.Get(c.section, c.key, "<none>"), c.value) << c.content;
+        EXPECT_EQ(ours.GetInteger(c.section, c.key, kNoNumber), system.GetInteger(c.section, c.key, kNoNumber)) << c.content;
+    }
 }
 
 }  // namespace

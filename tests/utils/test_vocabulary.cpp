@@ -2,7 +2,6 @@
 
 #include <climits>
 
-#include "APlayerInfoAdapter.h"
 #include "PlayerTypes.h"
 
 namespace {
@@ -22,18 +21,6 @@ TEST(ErrorText, EitherSignFindsTheTextAndCodesOutsideTheTableFindNothing) {
         EXPECT_EQ(GetErrorText(code, text), expected != nullptr) << code;
         EXPECT_EQ(text, expected != nullptr ? expected : "unchanged") << code;
     }
-}
-
-// Every part appends its own tag to the prefix its owner hands it, so one player's lines can be
-// told from another's and from the part that wrote them; a new owner prefix replaces, never stacks.
-TEST(PlayerInfoAdapter, APartsPrefixIsItsOwnersFollowedByItsTag) {
-    struct Part : APlayerInfoAdapter {
-        void set_player_prefix(const char* prefix) override { set_tagged_prefix(prefix, " AUDIO OUT:"); }
-    } part;
-    EXPECT_STREQ(part.GetPrefix(), "PLAYBACK :");
-    part.set_player_prefix("P1");
-    part.set_player_prefix("P2");
-    EXPECT_STREQ(part.GetPrefix(), "P2 AUDIO OUT:");
 }
 
 }  // namespace
