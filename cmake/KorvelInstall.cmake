@@ -50,7 +50,7 @@ korvel_install_configured(${CMAKE_CURRENT_LIST_DIR}/korvelplayer.pc.in
     ${CMAKE_INSTALL_LIBDIR}/pkgconfig development)
 korvel_install_configured(${PROJECT_SOURCE_DIR}/config/vendra_player.service.in
     ${CMAKE_CURRENT_BINARY_DIR}/vendra_player.service
-    ${KORVEL_SYSTEMD_UNITDIR} runtime)
+    ${KORVEL_SYSTEMD_UNITDIR} player)
 
 # Examples rather than live files: installing them over /etc/asound.conf or a device's own
 # /etc/vendra_player.conf would wipe what the device already has. The image build copies them.
@@ -58,4 +58,4 @@ install(FILES
     ${PROJECT_SOURCE_DIR}/config/vendra_player.conf
     ${PROJECT_SOURCE_DIR}/config/asound.conf
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples
-    COMPONENT runtime)
+    COMPONENT player)
