@@ -7,12 +7,20 @@
 // pages, and of the anonymous ones alone (heap, stacks: what the process itself allocated, as
 // opposed to the shared libraries' pages, which the system can drop and share).
 //
-// Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH | mpg123 PATH | first URL
+// Usage: korvel_stream_footprint stream URL AUDIO_SECONDS | file PATH [AUDIO_SECONDS] | mpg123 PATH
+//                                | aac PATH | resample PCM_PATH OPTIONS | first URL
 //                                | launch COMMAND [ARG]...
+// "aac" is libfdk-aac decoding an ADTS file alone, the floor of an AAC stream as "mpg123" is of an
+// MP3 one. "resample" converts raw 16-bit stereo 44.1 kHz PCM to 48 kHz as the buffered output
+// does, with libswresample's OPTIONS ("key=value:key=value", "default" for none), or "off" to
+// only copy it, so that the difference is the resampler's own cost. With AUDIO_SECONDS given, "file"
+// does not decode the file a second time to learn its length: the instruction count of the whole
+// process (bench/footprint_armhf.sh) then holds the player's run alone.
 // "first" plays the stream on the real-time card instead and prints the time from Play to the end
 // of the open (buffering starts), to the playing state and to the card's start, with a 1 s delay
 // configured. "launch" runs COMMAND with the same card as its whole ALSA configuration (its
 // channel1 is what "first" plays on) and prints the time from the launch to the card's start.
+#include <fdk-aac/aacdecoder_lib.h>
 #include <mpg123.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -36,6 +44,11 @@
 #include "Logger.h"
 #include "QuietDelegate.h"
 #include "vcard.h"
+
+extern "C" {
+#include <libavutil/opt.h>
+#include <libswresample/swresample.h>
+}
 
 namespace {
 
@@ -217,6 +230,89 @@ double DecodeAlone(const std::string& path) {
 
 double FileSeconds(const std::string& path) { return DecodeAlone(path); }
 
+// libfdk-aac alone on an ADTS file, fed in pieces as a network source hands them over; the audio
+// seconds decoded, or 0 on an error.
+double DecodeAacAlone(const std::string& path) {
+    FILE* file = std::fopen(path.c_str(), "rb");
+    HANDLE_AACDECODER decoder = aacDecoder_Open(TT_MP4_ADTS, 1);
+    if (file == nullptr || decoder == nullptr) {
+        if (file != nullptr) std::fclose(file);
+        if (decoder != nullptr) aacDecoder_Close(decoder);
+        return 0;
+    }
+    constexpr size_t kPiece = 4096;
+    constexpr int kMaxFrameSamples = 2048 * 8;
+    std::vector<UCHAR> input(kPiece);
+    std::vector<INT_PCM> pcm(kMaxFrameSamples);
+    double seconds = 0;
+    size_t got;
+    while ((got = std::fread(input.data(), 1, input.size(), file)) > 0) {
+        UINT valid = static_cast<UINT>(got);
+        while (valid > 0) {
+            UCHAR* in = input.data() + (got - valid);
+            UINT length = static_cast<UINT>(valid);
+            if (aacDecoder_Fill(decoder, &in, &length, &valid) != AAC_DEC_OK) break;
+            AAC_DECODER_ERROR err;
+            while ((err = aacDecoder_DecodeFrame(decoder, pcm.data(), kMaxFrameSamples, 0)) == AAC_DEC_OK) {
+                const CStreamInfo* info = aacDecoder_GetStreamInfo(decoder);
+                if (info != nullptr && info->sampleRate > 0) seconds += static_cast<double>(info->frameSize) / info->sampleRate;
+            }
+            if (err != AAC_DEC_NOT_ENOUGH_BITS && !IS_DECODE_ERROR(err)) break;
+        }
+    }
+    aacDecoder_Close(decoder);
+    std::fclose(file);
+    return seconds;
+}
+
+// Raw 16-bit stereo 44.1 kHz PCM converted to 48 kHz in pieces of an MP3 frame, as the buffered
+// output converts what the decoder hands it; the audio seconds converted, or 0 on an error.
+double ResampleAlone(const std::string& path, const std::string& options) {
+    constexpr int kInRate = 44100;
+    constexpr int kOutRate = 48000;
+    constexpr int kChannels = 2;
+    constexpr int kPieceFrames = 1152;
+    constexpr int kFrameBytes = kChannels * 2;
+    FILE* file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return 0;
+    std::vector<uint8_t> pcm;
+    std::vector<uint8_t> piece(kPieceFrames * kFrameBytes);
+    size_t got;
+    while ((got = std::fread(piece.data(), 1, piece.size(), file)) > 0) pcm.insert(pcm.end(), piece.begin(), piece.begin() + got);
+    std::fclose(file);
+    const int frames = static_cast<int>(pcm.size() / kFrameBytes);
+    const bool off = options == "off";
+    SwrContext* swr = nullptr;
+    AVChannelLayout stereo = AV_CHANNEL_LAYOUT_STEREO;  // this libswresample takes it non-const
+    if (!off && (swr_alloc_set_opts2(&swr, &stereo, AV_SAMPLE_FMT_S16, kOutRate, &stereo, AV_SAMPLE_FMT_S16, kInRate,
+                                     0, nullptr) < 0 ||
+                 (options != "default" && av_set_options_string(swr, options.c_str(), "=", ":") < 0) ||
+                 swr_init(swr) < 0)) {
+        std::fprintf(stderr, "resample: cannot set up libswresample with '%s'\n", options.c_str());
+        swr_free(&swr);
+        return 0;
+    }
+    std::vector<uint8_t> out((kPieceFrames * kOutRate / kInRate + 256) * kFrameBytes);
+    uint64_t produced = 0;
+    for (int at = 0; at < frames; at += kPieceFrames) {
+        const int n = std::min(kPieceFrames, frames - at);
+        const uint8_t* in = pcm.data() + static_cast<size_t>(at) * kFrameBytes;
+        uint8_t* dst = out.data();
+        if (off) {
+            std::copy(in, in + n * kFrameBytes, dst);
+            produced += n;
+        } else {
+            const int made = swr_convert(swr, &dst, static_cast<int>(out.size() / kFrameBytes), &in, n);
+            if (made < 0) break;
+            produced += made;
+        }
+    }
+    swr_free(&swr);
+    // Keeps the conversion from being optimised away and says it ran.
+    std::fprintf(stderr, "resample %s: %llu frames out\n", options.c_str(), static_cast<unsigned long long>(produced));
+    return static_cast<double>(frames) / kInRate;
+}
+
 // Runs command on a fresh real-time card and prints, under the command's name, how long after its
 // launch the card started; the command is stopped then. False when it never started the card.
 bool LaunchToCardStart(char** command) {
@@ -253,8 +349,8 @@ bool LaunchToCardStart(char** command) {
 int main(int argc, char** argv) {
     if (argc < 3) {
         std::fprintf(stderr,
-                     "usage: %s stream URL AUDIO_SECONDS | file PATH | mpg123 PATH | first URL"
-                     " | launch COMMAND [ARG]...\n",
+                     "usage: %s stream URL AUDIO_SECONDS | file PATH [AUDIO_SECONDS] | mpg123 PATH | aac PATH"
+                     " | resample PCM_PATH OPTIONS | first URL | launch COMMAND [ARG]...\n",
                      argv[0]);
         return 2;
     }
@@ -271,18 +367,23 @@ int main(int argc, char** argv) {
     } else if (mode == "file") {
         const size_t slash = target.find_last_of('/');
         if (!Play(target.substr(slash + 1), target.substr(0, slash + 1))) return 1;
+        if (argc > 3) audio_seconds = std::atof(argv[3]);
     } else if (mode == "first") {
         return Play(target, "/tmp/", true) ? 0 : 1;
     } else if (mode == "launch") {
         return LaunchToCardStart(argv + 2) ? 0 : 1;
     } else if (mode == "mpg123") {
         audio_seconds = DecodeAlone(target);
+    } else if (mode == "aac") {
+        audio_seconds = DecodeAacAlone(target);
+    } else if (mode == "resample" && argc > 3) {
+        audio_seconds = ResampleAlone(target, argv[3]);
     } else {
         return 2;
     }
     const double cpu = CpuSeconds(&peak) - start;
     const long anon_peak = anon.stop();
-    if (mode == "file") audio_seconds = FileSeconds(target);
+    if (mode == "file" && audio_seconds <= 0) audio_seconds = FileSeconds(target);
     std::printf("%-7s cpu_s_per_audio_min=%.3f peak_rss_kb=%ld peak_anon_kb=%ld audio_s=%.1f\n", mode.c_str(),
                 audio_seconds > 0 ? cpu * kSecondsPerMinute / audio_seconds : 0.0, peak, anon_peak, audio_seconds);
     return 0;

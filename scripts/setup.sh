@@ -10,7 +10,7 @@ PACKAGES=(
     libmpg123-dev libfdk-aac-dev libcurl4-openssl-dev libssl-dev libinih-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     ffmpeg mpg123 aac-enc python3 alsa-utils
-    dpkg-dev file
+    dpkg-dev file clang-14 libclang-rt-14-dev
 )
 
 # libfdk-aac lives in non-free: add the component to the bookworm entry, once.

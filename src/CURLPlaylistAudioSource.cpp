@@ -123,7 +123,7 @@ bool CURLPlaylistAudioSource::Fetch(const std::string& url, bool download) {
     m_location.clear();
     m_aborted = false;
     m_request_start = CTimeout_handler::monotonic_seconds(nullptr);
-    const CURLcode code = curl_easy_perform(m_handle);
+    const CURLcode code = static_cast<CURLcode>(perform_transfer());
     if (m_fd >= 0) ::close(m_fd);
     m_fd = -1;
     // The handle outlives the list: it must not keep pointing at it.
@@ -134,6 +134,8 @@ bool CURLPlaylistAudioSource::Fetch(const std::string& url, bool download) {
     if (!ok) KLOG_INFO("%s CURLPlaylistAudioSource::Fetch(): %s: %s\n", GetPrefix(), url.c_str(), curl_easy_strerror(code));
     return ok;
 }
+
+int CURLPlaylistAudioSource::perform_transfer() { return curl_easy_perform(m_handle); }
 
 size_t CURLPlaylistAudioSource::write_callback(char* data, size_t size, size_t count, void* user) {
     auto* self = static_cast<CURLPlaylistAudioSource*>(user);

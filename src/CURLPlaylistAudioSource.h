@@ -57,10 +57,16 @@ public:
     const std::string& GetContentType() const { return m_content_type; }
     const std::string& GetLocation() const { return m_location; }
 
-private:
-    bool ensure_handle();
+protected:
+    // The transfer of a Fetch on the prepared handle: a CURLcode. A replacement may hand the reply
+    // to the two callbacks below itself, so that everything around the transfer runs without a
+    // network.
+    virtual int perform_transfer();
     static size_t header_callback(char* data, size_t size, size_t count, void* user);
     static size_t write_callback(char* data, size_t size, size_t count, void* user);
+
+private:
+    bool ensure_handle();
     static int progress_callback(void* user, int64_t, int64_t, int64_t, int64_t);
 
     CPLSParser m_pls;

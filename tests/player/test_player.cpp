@@ -182,16 +182,16 @@ TEST_F(PlayerTest, PauseResumesTheOpenTrackAndStopsCutAtOnceOrAtTheSongEnd) {
     const std::vector<uint8_t> a = Reference({"track_a.mp3"}), b = Reference({"track_b.mp3"});
     std::vector<uint8_t> played;
     vcard::ReadFileBytes(m_card.capture_path(1), &played);
-    const size_t paused_at = std::mismatch(a.begin(), a.end(), played.begin(), played.end()).first - a.begin();
+    const size_t paused_at = PcmMismatch(a.begin(), a.end(), played.begin(), played.end()) - a.begin();
     size_t resumed_at = paused_at;
     while (resumed_at <= paused_at + kCardBufferBytes &&
-           !std::equal(a.begin() + resumed_at, a.end(), played.begin() + paused_at))
+           !PcmPrefix(a.begin() + resumed_at, a.end(), played.begin() + paused_at, played.end()))
         resumed_at += 4;
     ASSERT_LE(resumed_at, paused_at + kCardBufferBytes) << "a did not go on after the pause at byte " << paused_at;
     const size_t b_at = paused_at + (a.size() - resumed_at);
     ASSERT_LT(b_at, played.size());
     EXPECT_LT(played.size() - b_at, b.size() * 3 / 4);
-    EXPECT_TRUE(std::equal(played.begin() + b_at, played.end(), b.begin())) << "b did not follow a";
+    EXPECT_TRUE(PcmPrefix(played.begin() + b_at, played.end(), b.begin(), b.end())) << "b did not follow a";
 }
 
 // A new item that does not interrupt waits for the song's end in the ending state; one that

@@ -1,0 +1,109 @@
+// A playlist server's reply, headers and body, as the resolver receives it: the content type
+// decides how the body is read, and the stream URL comes from an M3U or PLS body or a redirect.
+// No network: the transfers are replaced by the reply itself, handed to the resolver's own curl
+// callbacks, so that the temporary file, the digest and every decision run as in the player.
+//
+// Input: byte 0 picks the requested URL's extension (bits 0-1) and which probes of the playlist's
+// entries answer (bits 2-7, one per probe, repeating); byte 1 sets the size of the pieces the body
+// arrives in; then the header lines up to the first empty line, then the body.
+#include <curl/curl.h>
+
+#include <string>
+#include <vector>
+
+#include "CURLPlaylistAudioSource.h"
+#include "FuzzTarget.h"
+#include "utils.h"
+
+namespace {
+constexpr const char* kExtensions[] = {".m3u", ".pls", "", ".mp3"};
+constexpr size_t kProbeBits = 6;
+
+class OfflineResolver : public CURLPlaylistAudioSource {
+public:
+    OfflineResolver(std::vector<std::string> headers, std::string body, size_t piece, unsigned probes)
+        : m_headers(std::move(headers)), m_body(std::move(body)), m_piece(piece), m_probes(probes) {}
+
+    // The bytes the resolver stored of the body: every piece it was offered until it refused one.
+    const std::string& Offered() const { return m_offered; }
+    int Transfers() const { return m_transfers; }
+
+private:
+    int perform_transfer() override {
+        if (m_transfers++ == 0) return Download();
+        // A probe of an entry: it answers or it does not, and its first byte ends it.
+        if ((m_probes >> ((m_transfers - 2) % kProbeBits) & 1u) == 0) return CURLE_COULDNT_CONNECT;
+        char byte = 0;
+        return write_callback(&byte, 1, 1, this) == 1 ? CURLE_OK : CURLE_WRITE_ERROR;
+    }
+
+    int Download() {
+        for (std::string& line : m_headers)
+            KORVEL_FUZZ_CHECK(header_callback(line.data(), 1, line.size(), this) == line.size());
+        for (size_t at = 0; at < m_body.size(); at += m_piece) {
+            const size_t n = std::min(m_piece, m_body.size() - at);
+            m_offered.append(m_body, at, n);
+            const size_t taken = write_callback(&m_body[at], 1, n, this);
+            if (taken != n) return CURLE_WRITE_ERROR;
+        }
+        return CURLE_OK;
+    }
+
+    std::vector<std::string> m_headers;
+    std::string m_body;
+    size_t m_piece;
+    unsigned m_probes;
+    std::string m_offered;
+    int m_transfers = 0;
+};
+}  // namespace
+
+KORVEL_FUZZ_TARGET(fuzz_url_resolver) {
+    static const bool ready = (korvel_fuzz::QuietLogger(), curl_global_init(CURL_GLOBAL_DEFAULT), true);
+    (void)ready;
+    if (size < 2) return 0;
+    const std::string url = std::string("http://radio.invalid/listen") + kExtensions[data[0] & 3];
+    const unsigned probes = data[0] >> 2;
+    const size_t piece = 1 + data[1] * 16u;
+    const std::string rest(reinterpret_cast<const char*>(data + 2), size - 2);
+
+    // Header lines keep their line ends, as curl hands them over.
+    std::vector<std::string> headers;
+    size_t at = 0;
+    for (;;) {
+        const size_t end = rest.find('\n', at);
+        if (end == std::string::npos) {
+            headers.clear();  // no empty line: all of it is body
+            at = 0;
+            break;
+        }
+        std::string line = rest.substr(at, end + 1 - at);
+        at = end + 1;
+        if (line == "\n" || line == "\r\n") break;
+        headers.push_back(std::move(line));
+    }
+
+    OfflineResolver resolver(headers, rest.substr(at), piece, probes);
+    resolver.SetTemporaryFile(korvel_fuzz::Scratch::Get().path("url"));
+    std::string out = "stale";
+    uint8_t digest[utils::kMd5DigestBytes] = {};
+    const int result = resolver.ExtractURL(url.c_str(), out, digest);
+
+    KORVEL_FUZZ_CHECK(result == CURLPlaylistAudioSource::kResolved || result == CURLPlaylistAudioSource::kFailed ||
+                      result == CURLPlaylistAudioSource::kNotPlaylist);
+    KORVEL_FUZZ_CHECK(resolver.Transfers() >= 1);
+    if (result != CURLPlaylistAudioSource::kResolved) {
+        KORVEL_FUZZ_CHECK(out.empty());
+        return 0;
+    }
+    // What was resolved is a playlist entry that answered, or the place the reply redirected to.
+    KORVEL_FUZZ_CHECK(utils::is_url(out) || out == resolver.GetLocation() || resolver.Transfers() == 1);
+    if (resolver.Transfers() > 1) KORVEL_FUZZ_CHECK(utils::is_url(out) && out[0] != '#');
+    // The digest is that of the stored download: at most one piece beyond the limit.
+    KORVEL_FUZZ_CHECK(resolver.Offered().size() <=
+                      static_cast<size_t>(CURLPlaylistAudioSource::kMaxDownloadBytes) + piece);
+    uint8_t expected[utils::kMd5DigestBytes] = {};
+    utils::md5_buffer(resolver.Offered().data(), static_cast<int>(resolver.Offered().size()), expected);
+    KORVEL_FUZZ_CHECK(std::equal(digest, digest + utils::kMd5DigestBytes, expected));
+    return 0;
+}
