@@ -91,12 +91,15 @@ class TestThread : public utils::CThread {
 public:
     explicit TestThread(const char* name = "test", bool stubborn = false) : CThread(name), m_stubborn(stubborn) {}
     void run(void* arg) override {
+        // Read before m_started: a cancelled thread is never joined, so only that store orders its
+        // reads before the object's storage is reused.
+        const bool stubborn = m_stubborn;
         m_arg_seen = arg;
         char name[32] = {};
         pthread_getname_np(pthread_self(), name, sizeof name);
         m_kernel_name = name;
         m_started = true;
-        while (m_stubborn) usleep(2000);
+        while (stubborn) usleep(2000);
         if (m_resume_first) {
             while (!m_go) usleep(1000);
             const auto start = Clock::now();
