@@ -283,6 +283,12 @@ int CAudioSource::open_network(const std::string& url, AVDictionary** options) {
     // Only HTTP can carry a playlist; any other protocol would only fail the resolver's download.
     const int resolution = is_http(url) ? m_resolver.ExtractURL(url.c_str(), resolved, m_digest)
                                         : CURLPlaylistAudioSource::kFailed;
+    // The peer names the stream: only ever another HTTP address, never a local file or another protocol.
+    if (resolution == CURLPlaylistAudioSource::kResolved && !is_http(resolved)) {
+        KLOG_ERROR("%s ERROR :CAudioSource::open_network(): %s leads to %s: refused", GetPrefix(), url.c_str(),
+                   resolved.c_str());
+        return AVERROR(EPERM);
+    }
     if (resolution == CURLPlaylistAudioSource::kResolved) {
         m_digest_valid = true;
         KLOG_NOTICE("%s Opening play list stream audio source %s.", GetPrefix(), resolved.c_str());
@@ -300,7 +306,13 @@ int CAudioSource::open_network(const std::string& url, AVDictionary** options) {
     int result = avformat_open_input(&m_avformat_context, target, format, options);
     // A demuxer that reads its header itself may report the aborted read as a damaged stream.
     if (result < 0 && timed_out()) result = AVERROR_EXIT;
-    if (result >= 0) GetCurrentSourceBitrate();
+    if (result >= 0) {
+        // The stream information comes from the first frames: a stream without any fails here.
+        m_read_start = m_avformat_context->pb != nullptr ? m_avformat_context->pb->pos : -1;
+        GetCurrentSourceBitrate();
+        if (ReadOverrun()) result = AVERROR_INVALIDDATA;
+        m_read_start = -1;
+    }
     return result;
 }
 
@@ -483,8 +495,16 @@ int CAudioSource::ProcessPacket(bool& metadata_changed) {
         return AVERROR(ENOMEM);
     }
     start_clock();
+    m_read_start = m_network_source && m_avformat_context->pb != nullptr ? m_avformat_context->pb->pos : -1;
     int result = av_read_frame(m_avformat_context, m_packet);
-    if (timed_out()) result = AVERROR_EXIT;
+    if (timed_out()) {
+        result = AVERROR_EXIT;
+    } else if (ReadOverrun()) {
+        KLOG_ERROR("%s ERROR : no frame in the last %lld bytes of %s", GetPrefix(),
+                   static_cast<long long>(m_avformat_context->pb->pos - m_read_start), m_url.c_str());
+        result = AVERROR_INVALIDDATA;
+    }
+    m_read_start = -1;
 
     if (result == 0) {
         result = forward_packet(m_packet);
@@ -498,6 +518,11 @@ int CAudioSource::ProcessPacket(bool& metadata_changed) {
     }
     av_packet_unref(m_packet);
     return result;
+}
+
+bool CAudioSource::ReadOverrun() const {
+    return m_read_start >= 0 && m_avformat_context != nullptr && m_avformat_context->pb != nullptr &&
+           m_avformat_context->pb->pos - m_read_start > kMaxReadBytes;
 }
 
 void CAudioSource::log_processing_error(int result) {

@@ -43,6 +43,9 @@ public:
     static constexpr int kProbeBytes = 262144;
     static constexpr int kProbePaddingBytes = 32;
     static constexpr int kIoBufferBytes = 4096;
+    // Far more than any frame of the codecs played: a read that takes in more found no frame at all,
+    // and libavformat would keep the whole of it as one packet.
+    static constexpr int64_t kMaxReadBytes = 1 << 20;
 
     CAudioSource();
     ~CAudioSource() override;
@@ -57,6 +60,8 @@ public:
     int GetAudioFormat(AudioFormat& format) override;
     int ProcessPacket(bool& metadata_changed) override;
     void set_player_prefix(const char* prefix) override;
+    // True while a read of ProcessPacket has taken in more than kMaxReadBytes (for the interrupt callback).
+    bool ReadOverrun() const;
     // The resolver downloads into a file of this player's own.
     void SetPlayerId(int id) override;
 
@@ -138,6 +143,7 @@ private:
     int64_t m_extra;
 
     AVIOContext* m_avio;  // the custom I/O of a local file; owned while open
+    int64_t m_read_start = -1;  // the stream position where the current read began; -1 outside one
     AVPacket* m_packet;   // reused for every read
     // The stream's codec config, kept for the life of the source: the AAC decoder holds on to these
     // two addresses and applies them again whenever its feed restarts, also after a Close.

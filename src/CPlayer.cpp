@@ -568,6 +568,7 @@ int CPlayer::PlaybackCallback(void* opaque) {
         KLOG_NOTICE("%s PLAYBACK callback: time out detected, quitting!\n", player->GetPrefix());
         return 1;
     }
+    if (source->ReadOverrun()) return 1;
     if (player->m_out == nullptr || player->m_out != player->m_buffered_out) return 0;
     // libavformat asks at every read of the socket; the card and the level need a look only as often
     // as a period can pass, not thousands of times a second while data pours in.

@@ -94,6 +94,15 @@ bool CURLPlaylistAudioSource::ensure_handle() {
     curl_easy_setopt(m_handle, CURLOPT_VERBOSE, 0L);
     curl_easy_setopt(m_handle, CURLOPT_FOLLOWLOCATION, 1L);
     curl_easy_setopt(m_handle, CURLOPT_MAXREDIRS, kMaxRedirects);
+    // A peer's playlist or redirect may name anything: the resolver never reads a local file or
+    // speaks another protocol for it.
+#if LIBCURL_VERSION_NUM >= 0x075500
+    curl_easy_setopt(m_handle, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(m_handle, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+#else
+    curl_easy_setopt(m_handle, CURLOPT_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+    curl_easy_setopt(m_handle, CURLOPT_REDIR_PROTOCOLS, static_cast<long>(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+#endif
     curl_easy_setopt(m_handle, CURLOPT_HEADERFUNCTION, &CURLPlaylistAudioSource::header_callback);
     curl_easy_setopt(m_handle, CURLOPT_HEADERDATA, this);
     curl_easy_setopt(m_handle, CURLOPT_WRITEFUNCTION, &CURLPlaylistAudioSource::write_callback);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <map>
 
-#include <netinet/in.h>
-#include <sys/socket.h>
 
 #include "LocalServer.h"
 #include "PlayerFixture.h"
@@ -22,19 +20,6 @@ constexpr double kLongToneSeconds = 20;
 constexpr int kMaxToneStep = 1000;
 
 std::string Bytes(double seconds) { return std::to_string(static_cast<long>(seconds * kBytesPerSecond)); }
-
-// A port on 127.0.0.1 that nobody listens on.
-int ClosedPort() {
-    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size = sizeof address;
-    ::bind(fd, reinterpret_cast<sockaddr*>(&address), size);
-    ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
-    ::close(fd);
-    return ntohs(address.sin_port);
-}
 
 // A channel's capture (stereo S16 at `rate`), or the span of it between two times (negative: from
 // its end), in windows of 240 frames: which are silent, and the
