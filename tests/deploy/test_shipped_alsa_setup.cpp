@@ -24,6 +24,7 @@
 #include "IPlayerDelegate.h"
 #include "PcmTolerance.h"
 #include "PlayerFactory.h"
+#include "QuietDelegate.h"
 #include "ScratchDir.h"
 
 #include "vcard.h"
@@ -51,7 +52,7 @@ constexpr double kDbPerStep = 51.0 / 255.0;
 const char* const kElements[] = {"chan_1", "chan_2", "chan_3", "chan_4"};
 
 // Counts finished items and keeps every error code, so that the test can wait for one play to end.
-class Delegate : public KorvelPlayer::IPlayerDelegate {
+class Delegate : public QuietDelegate {
 public:
     void NotifyItemPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&) override {
         std::lock_guard<std::mutex> guard(m_lock);
@@ -62,13 +63,6 @@ public:
         std::lock_guard<std::mutex> guard(m_lock);
         m_errors.push_back(code);
     }
-    void NotifyTrackPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&, bool) override {}
-    void NotifyPlaybackCommandExecuted(const KorvelPlayer::PlaybackInfo&) override {}
-    void NotifyPlaybackStateChanged(const KorvelPlayer::PlaybackInfo&, const char*) override {}
-    void NotifyTrackPlaybackStarted(const KorvelPlayer::PlaybackInfo&, bool) override {}
-    void NotifyItemPlaybackStarted(const KorvelPlayer::PlaybackInfo&) override {}
-    void NotifyPlaybackItemMissing(const KorvelPlayer::PlaybackInfo&, const std::string&) override {}
-    void NotifyPlaybackInfoChanged(const KorvelPlayer::PlaybackInfo&) override {}
 
     bool WaitFinished(int count) {
         std::unique_lock<std::mutex> guard(m_lock);
