@@ -289,6 +289,9 @@ int CAudioSource::open_network(const std::string& url, AVDictionary** options) {
                    resolved.c_str());
         return AVERROR(EPERM);
     }
+    // A peer that let the resolver's limit run out (or an interrupt) would only be asked again, and
+    // the open would take twice its time.
+    if (resolution == CURLPlaylistAudioSource::kFailed && m_resolver.WasAborted()) return AVERROR_EXIT;
     if (resolution == CURLPlaylistAudioSource::kResolved) {
         m_digest_valid = true;
         KLOG_NOTICE("%s Opening play list stream audio source %s.", GetPrefix(), resolved.c_str());

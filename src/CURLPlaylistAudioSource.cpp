@@ -118,19 +118,25 @@ bool CURLPlaylistAudioSource::ensure_handle() {
 bool CURLPlaylistAudioSource::Fetch(const std::string& url, bool download) {
     if (!ensure_handle()) return false;
     m_download = download;
+    m_aborted = false;
+    if (download) {
+        m_bytes_received = 0;
+        // The name is removed before each download: whatever holds it now, a symbolic link or a hard
+        // link to someone's file, was planted since and must be neither written through nor read.
+        m_fd = ::open(m_temporary_file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                      kTemporaryFileMode);
+        if (m_fd < 0) {
+            KLOG_ERROR("%s ERROR :CURLPlaylistAudioSource::Fetch(): cannot create %s: %s\n", GetPrefix(),
+                       m_temporary_file.c_str(), std::strerror(errno));
+            return false;
+        }
+    }
     curl_easy_setopt(m_handle, CURLOPT_URL, url.c_str());
     curl_slist* headers = m_header_line.empty() ? nullptr : curl_slist_append(nullptr, m_header_line.c_str());
     curl_easy_setopt(m_handle, CURLOPT_HTTPHEADER, headers);
     curl_easy_setopt(m_handle, CURLOPT_USERAGENT, m_user_agent.empty() ? nullptr : m_user_agent.c_str());
-    if (download) {
-        m_bytes_received = 0;
-        // A link planted under the well-known name must not redirect the write elsewhere.
-        m_fd = ::open(m_temporary_file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
-                      kTemporaryFileMode);
-    }
     m_content_type.clear();
     m_location.clear();
-    m_aborted = false;
     m_request_start = CTimeout_handler::monotonic_seconds(nullptr);
     const CURLcode code = static_cast<CURLcode>(perform_transfer());
     if (m_fd >= 0) ::close(m_fd);
@@ -257,10 +263,12 @@ bool CURLPlaylistAudioSource::GetURLfromM3U(const std::string& path, std::string
     std::string line;
     bool truncated = false;
     bool found = false;
-    while (!found && utils::read_line(file, buffer, kM3uLineChars, line, truncated)) {
-        if (utils::is_url(line) && line[0] != '#' && Fetch(line, false)) {
-            out_url = line;
-            found = true;
+    int stalled = 0;
+    while (!found && stalled < kMaxStalledEntries && utils::read_line(file, buffer, kM3uLineChars, line, truncated)) {
+        if (utils::is_url(line) && line[0] != '#') {
+            found = Fetch(line, false);
+            if (found) out_url = line;
+            if (m_aborted) ++stalled;
         }
         // A line longer than the buffer ends the scan once its start has been looked at.
         if (truncated) break;
@@ -279,11 +287,13 @@ bool CURLPlaylistAudioSource::GetURLfromPLS(const std::string& path, std::string
     std::list<std::string> urls;
     m_pls.GetURLs(urls);
     m_pls.Release();
+    int stalled = 0;
     for (const std::string& candidate : urls) {
         if (Fetch(candidate, false)) {
             out_url = candidate;
             return true;
         }
+        if (m_aborted && ++stalled == kMaxStalledEntries) break;
     }
     return false;
 }

@@ -28,6 +28,8 @@ public:
     static constexpr int kMaxDownloadBytes = 4024;
     // Players resolving at once must not share a download: each appends its id to this name.
     static constexpr const char* kDefaultTemporaryFile = "/tmp/.url";
+    // Each stalled entry costs a whole limit: a list of them must not hold the open for ever.
+    static constexpr int kMaxStalledEntries = 3;
 
     CURLPlaylistAudioSource();
     ~CURLPlaylistAudioSource() override;
@@ -46,7 +48,8 @@ public:
 
     // Every request gets the whole of `check`'s current limit from its own start, so that entries
     // that do not answer cannot use up the time of the one after them; an interrupt of `check` ends
-    // the request in progress at once.
+    // the request in progress at once. A playlist's scan ends at its kMaxStalledEntries-th entry
+    // given up so.
     void SetAbortCheck(const CTimeout_handler* check) { m_abort_check = check; }
     // Also moves the downloads to the player's own temporary file, unless one was chosen.
     void SetPlayerId(int id) override;
@@ -56,6 +59,8 @@ public:
     // Values of the last reply's headers (after redirects, the last one seen).
     const std::string& GetContentType() const { return m_content_type; }
     const std::string& GetLocation() const { return m_location; }
+    // The last request was given up by the abort check: its limit ran out, or it was interrupted.
+    bool WasAborted() const { return m_aborted; }
 
 protected:
     // The transfer of a Fetch on the prepared handle: a CURLcode. A replacement may hand the reply

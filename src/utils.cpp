@@ -139,11 +139,26 @@ char* trim_buffer(char* text, int& length) {
 bool read_line(FILE* file, char* buffer, int size, std::string& line, bool& cut) {
     KORVEL_ASSERT(kSource, size > 1);
     cut = false;
-    if (std::fgets(buffer, size, file) == nullptr) return false;
-    int length = static_cast<int>(std::strlen(buffer));
-    const bool complete = length > 0 && buffer[length - 1] == '\n';
-    if (complete) buffer[--length] = '\0';
+    line.clear();
+    int length = 0;
+    bool complete = false;
+    bool nul = false;
+    // Read byte by byte rather than with fgets(): only then is a NUL inside the line seen for what it is.
+    flockfile(file);
+    int c = EOF;
+    while (length < size - 1 && (c = getc_unlocked(file)) != EOF) {
+        if (c == '\n') {
+            complete = true;
+            break;
+        }
+        nul = nul || c == '\0';
+        buffer[length++] = static_cast<char>(c);
+    }
+    funlockfile(file);
+    if (length == 0 && !complete) return false;
     cut = !complete && length == size - 1 && !ends_line(file);
+    // No path or address holds a NUL: what such a line names is not what it would be cut to.
+    if (nul) return true;
     const char* text = trim_buffer(buffer, length);
     line.assign(text, static_cast<size_t>(length));
     return true;

@@ -26,7 +26,7 @@ char* trim_buffer(char* text, int& length);
 // Reads the next line of `file` through `buffer` (`size` bytes, at least 2) into `line`, without its
 // "\n" and trimmed as trim() does; false at the end of the file. A line longer than `size` - 1
 // characters is cut there and `cut` is set, its rest left unread: playlist readers stop at such a line
-// rather than take its tail for an entry of its own.
+// rather than take its tail for an entry of its own. A line that holds a NUL reads as an empty line.
 bool read_line(std::FILE* file, char* buffer, int size, std::string& line, bool& cut);
 // The one rule by which the player tells a network location from a local path, wherever it chooses.
 bool is_url(const std::string& text);

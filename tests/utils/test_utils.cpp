@@ -59,10 +59,11 @@ TEST(Trim, StringAndBufferFollowTheSameRule) {
 }
 
 // A line that just fits the buffer, with or without its "\n", is whole; a longer one is cut and said
-// so, its rest left for the next read.
+// so, its rest left for the next read. A NUL does not cut a line short: the line reads as empty.
 TEST(ReadLine, TrimsEachLineAndReportsTheOneThatDidNotFit) {
     ScratchDir dir;
-    FILE* file = std::fopen(dir.file("lines", " ab\t\r\n\n12345\n123456\n12345").c_str(), "r");
+    const char text[] = "x\0y\n ab\t\r\n\n12345\n123456\n12345";
+    FILE* file = std::fopen(dir.file("lines", std::string(text, sizeof text - 1)).c_str(), "r");
     ASSERT_NE(file, nullptr);
     char buffer[6];
     std::string line;
@@ -70,7 +71,7 @@ TEST(ReadLine, TrimsEachLineAndReportsTheOneThatDidNotFit) {
     std::vector<std::string> read;
     while (utils::read_line(file, buffer, sizeof buffer, line, cut)) read.push_back(line + (cut ? "|cut" : ""));
     std::fclose(file);
-    EXPECT_EQ(read, (std::vector<std::string>{"ab", "", "12345", "12345|cut", "6", "12345"}));
+    EXPECT_EQ(read, (std::vector<std::string>{"", "ab", "", "12345", "12345|cut", "6", "12345"}));
     EXPECT_TRUE(utils::is_url("http://h/a.mp3"));
     EXPECT_FALSE(utils::is_url("/music/http/a.mp3"));
 }
