@@ -50,7 +50,6 @@ CPCMOutputBuffered::CPCMOutputBuffered(BufferingAlgorithm::IBufferingAlgorithm* 
       m_channels(kDeviceChannels),
       m_frame_bytes(kDeviceFrameBytes),
       m_max_buffer_ms(kMaxBufferMs),
-      m_output_rate(kDeviceRate),
       m_playing(false),
       m_level(PackLevel(-EBADF, 0)) {
     KORVEL_ASSERT(kSource, m_algorithm);

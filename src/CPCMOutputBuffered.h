@@ -91,7 +91,6 @@ private:
     int m_channels;
     int m_frame_bytes;
     int m_max_buffer_ms;
-    int m_output_rate;
     std::atomic<bool> m_playing;   // written by the worker, read by NeedsBuffering from any thread
     // Atomic: written by the worker, read by GetBufferLevel from any thread. The device's avail
     // result in the high half, the level in ms in the low half: one value, so that a reader never

@@ -1,22 +1,11 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <atomic>
 #include <csignal>
-#include <dirent.h>
-#include <fcntl.h>
 #include <fstream>
 #include <map>
-#include <set>
-#include <sstream>
-#include <sys/stat.h>
-#include <sys/wait.h>
-#include <thread>
-#include <unistd.h>
 
-#include "CardFixture.h"
 #include "LocalServer.h"
-#include "PacketReader.h"
+#include "VendraFixture.h"
 
 namespace {
 
@@ -24,183 +13,11 @@ constexpr const char* kBanner = "Starting Vendra Player v1.1 with player library
 constexpr const char* kRefused = "Error parsing config and setting player params.\n";
 constexpr const char* kDefaults = "Volume=50\nBUFFER SIZE=500\n";
 constexpr int kExitRefused = 255, kExitInterrupted = 2, kExitTerminated = 15, kExitNormal = 0;
-constexpr int kWaitMs = 10000, kPollMs = 10;
-// Parses each line of a file as JSON and prints its song name as JSON writes it; "VALID" at the end.
-constexpr const char* kJsonChecker =
-    "import json, sys\n"
-    "for line in open(sys.argv[1], encoding='utf-8'): print(json.dumps(json.loads(line)['m_curr_song_name']))\n"
-    "print('VALID')\n";
 
-std::string ReadText(const std::string& path) {
-    std::stringstream text;
-    text << std::ifstream(path, std::ios::binary).rdbuf();
-    return text.str();
-}
-size_t Count(const std::string& text, const std::string& needle) {
-    size_t n = 0;
-    for (size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, at + 1)) ++n;
-    return n;
-}
 std::string Replaced(std::string text, const std::string& from, const std::string& to) {
     if (const size_t at = text.find(from); at != std::string::npos) text.replace(at, from.size(), to);
     return text;
 }
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) lines.push_back(line);
-    return lines;
-}
-std::vector<std::string> SortedLines(const std::string& text) {
-    std::vector<std::string> lines = Lines(text);
-    std::sort(lines.begin(), lines.end());
-    return lines;
-}
-std::set<std::string> Entries(const std::string& folder) {
-    std::set<std::string> names;
-    if (DIR* dir = ::opendir(folder.c_str())) {
-        while (const dirent* entry = ::readdir(dir)) names.insert(entry->d_name);
-        ::closedir(dir);
-    }
-    names.erase(".");
-    names.erase("..");
-    return names;
-}
-void Sleep(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
-
-// The program as a child process, its standard output and error together in one file as a terminal
-// shows them; killed if it still runs when the test ends.
-class Program {
-public:
-    explicit Program(const std::string& console) : m_console(console) {
-        const int out = ::open(console.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
-        if ((m_pid = ::fork()) == 0) {
-            ::dup2(out, STDOUT_FILENO);
-            ::dup2(out, STDERR_FILENO);
-            ::execl(VENDRA_PLAYER_BINARY, VENDRA_PLAYER_BINARY, static_cast<char*>(nullptr));
-            ::_exit(127);
-        }
-        ::close(out);
-    }
-    ~Program() {
-        if (!Ended()) ::kill(m_pid, SIGKILL), ::waitpid(m_pid, nullptr, 0);
-    }
-    std::string Console() const { return ReadText(m_console); }
-    // Whether the console shows `text` `count` times before the program ends or the time runs out.
-    bool WaitFor(const std::string& text, size_t count = 1) {
-        for (int waited = 0; waited < kWaitMs && !Ended() && Count(Console(), text) < count; waited += kPollMs) Sleep(kPollMs);
-        return Count(Console(), text) >= count;
-    }
-    // Sends `signal_number` (none: 0), waits for the end: the exit status, -1 when it did not exit.
-    int Finish(int signal_number = 0) {
-        if (signal_number != 0 && !Ended()) ::kill(m_pid, signal_number);
-        for (int waited = 0; waited < kWaitMs && !Ended(); waited += kPollMs) Sleep(kPollMs);
-        return m_ended && WIFEXITED(m_status) ? WEXITSTATUS(m_status) : -1;
-    }
-
-private:
-    bool Ended() { return m_ended || (m_ended = ::waitpid(m_pid, &m_status, WNOHANG) == m_pid); }
-
-    std::string m_console;
-    pid_t m_pid = -1;
-    int m_status = 0;
-    bool m_ended = false;
-};
-
-// Every version of a file that a reader polling it every half millisecond sees, in order.
-class FileWatcher {
-public:
-    explicit FileWatcher(const std::string& path)
-        : m_thread([this, path] {
-              for (; !m_stop; std::this_thread::sleep_for(std::chrono::microseconds(500))) {
-                  const std::string text = ReadText(path);
-                  if (::access(path.c_str(), F_OK) == 0 && (m_versions.empty() || m_versions.back() != text))
-                      m_versions.push_back(text);
-              }
-          }) {}
-    ~FileWatcher() { Versions(); }
-    const std::vector<std::string>& Versions() {
-        m_stop = true;
-        if (m_thread.joinable()) m_thread.join();
-        return m_versions;
-    }
-
-private:
-    std::atomic<bool> m_stop{false};
-    std::vector<std::string> m_versions;
-    std::thread m_thread;
-};
-
-// A virtual card four times faster than real time; the program's configuration, memory card and
-// status file moved into the scratch directory through the environment.
-class VendraPlayerTest : public CardTest {
-protected:
-    void SetUp() override {
-        vcard::Options options;
-        options.speed = 4;
-        options.limits.buffer_bytes_max = 32768;
-        MakeCard(options);
-        m_root = m_dir + "/card";  // without its final slash: the program adds it
-        m_run = m_dir + "/run/";
-        m_status = m_run + "vendra_player";
-        ASSERT_EQ(::mkdir(m_root.c_str(), 0755) | ::mkdir(m_run.c_str(), 0755), 0);
-        ::setenv("VENDRA_PLAYER_CONFIG", (m_dir + "/vendra_player.conf").c_str(), 1);
-        ::setenv("VENDRA_PLAYER_MEDIA_ROOT", m_root.c_str(), 1);
-        ::setenv("VENDRA_PLAYER_STATUS", m_status.c_str(), 1);
-    }
-    void Config(const std::string& text) const { std::ofstream(m_dir + "/vendra_player.conf") << text; }
-    // A folder of the card ("" for its root) with copies of generated tracks: {name there, track}.
-    std::string Folder(const std::string& name, const std::map<std::string, std::string>& files) const {
-        const std::string folder = m_root + "/" + name + (name.empty() ? "" : "/");
-        ::mkdir(folder.c_str(), 0755);
-        for (const auto& [target, source] : files)
-            EXPECT_EQ(std::system(("cp '" + MediaPath(source) + "' '" + folder + target + "'").c_str()), 0);
-        return folder;
-    }
-    std::unique_ptr<Program> Start() { return std::make_unique<Program>(m_dir + "/console" + std::to_string(++m_runs)); }
-    bool WaitForStatus(const std::string& expected) const {
-        for (int waited = 0; waited < kWaitMs && ReadText(m_status) != expected; waited += kPollMs) Sleep(kPollMs);
-        return ReadText(m_status) == expected;
-    }
-    // kJsonChecker's answer for these versions of the status file.
-    std::string CheckJson(const std::vector<std::string>& versions) const {
-        std::ofstream(m_dir + "/check.py") << kJsonChecker;
-        std::ofstream lines(m_dir + "/versions");
-        for (const std::string& version : versions) lines << version;
-        lines.close();
-        const std::vector<uint8_t> out = CommandOutput("python3 '" + m_dir + "/check.py' '" + m_dir + "/versions' 2>&1");
-        return std::string(out.begin(), out.end());
-    }
-    // The tones channel 1 played, in order, each once however long: the left channel's frequency in
-    // 100 ms windows from its rising zero crossings, to the nearest 110 Hz (every test tone is a
-    // multiple of it); runs shorter than three windows, where two tracks meet, are left out.
-    std::vector<int> Tones() const {
-        constexpr int kStep = 110, kWindowsPerSecond = 10, kShortestRun = 3;
-        std::vector<vcard::LogEvent> events;
-        vcard::ReadLog(m_card.log_path(1), &events);
-        long rate = 0;
-        for (const vcard::LogEvent& event : events) rate = event.name == "hw_params" ? event.number("rate") : rate;
-        std::vector<uint8_t> bytes;
-        vcard::ReadFileBytes(m_card.capture_path(1), &bytes);
-        const auto* samples = reinterpret_cast<const int16_t*>(bytes.data());
-        const size_t frames = bytes.size() / 4, window = rate / kWindowsPerSecond;
-        std::vector<std::pair<int, int>> runs;  // tone, windows
-        for (size_t at = 0; window > 0 && at + window <= frames; at += window) {
-            int rising = 0;
-            for (size_t i = at + 1; i < at + window; ++i) rising += samples[2 * i - 2] < 0 && samples[2 * i] >= 0;
-            const int tone = (rising * kWindowsPerSecond + kStep / 2) / kStep * kStep;
-            if (runs.empty() || runs.back().first != tone) runs.emplace_back(tone, 0);
-            ++runs.back().second;
-        }
-        std::vector<int> tones;
-        for (const auto& [tone, windows] : runs)
-            if (tone != 0 && windows >= kShortestRun && (tones.empty() || tones.back() != tone)) tones.push_back(tone);
-        return tones;
-    }
-
-    std::string m_root, m_run, m_status;
-    int m_runs = 0;
-};
 
 // What the configuration and the card's folders make the program play. A refused configuration or a
 // failed initialisation ends the program; otherwise SIGINT stops it once `until` shows.
@@ -278,14 +95,14 @@ TEST_P(Startup, ConfigurationAndFolderDecideTheItem) {
     EXPECT_EQ(run->Finish(stopped ? SIGINT : 0), c.exit_status);
 
     const std::string expected =
-        Replaced(Replaced(kBanner + c.console, "{root}", m_root), "{listed}", ReadText(folder + "p.m3u"));
+        Replaced(Replaced(kBanner + c.console, "{root}", m_root), "{listed}", ReadTextFile(folder + "p.m3u"));
     const std::string console = run->Console();
     EXPECT_EQ(stopped ? console.substr(0, expected.size()) : console, expected);
     EXPECT_EQ(Count(console, "\nInterrupt signal (2) received.\n"), stopped ? 1u : 0u);
     EXPECT_EQ(Count(console, "Deinitilaizing"), stopped ? 0u : Count(expected, "Deinitilaizing"));
     if (c.folder != nullptr) {
         EXPECT_EQ(Entries(folder).count("p.m3u"), c.playlist_after == nullptr ? 0u : 1u);
-        EXPECT_EQ(SortedLines(ReadText(folder + "p.m3u")), SortedLines(c.playlist_after == nullptr ? "" : c.playlist_after));
+        EXPECT_EQ(SortedLines(ReadTextFile(folder + "p.m3u")), SortedLines(c.playlist_after == nullptr ? "" : c.playlist_after));
     }
 }
 
@@ -310,7 +127,7 @@ TEST_F(VendraPlayerTest, AFolderPlaysToTheCardAndIsReportedOnConsoleAndStatusFil
     EXPECT_EQ(Count(console, "\nInterrupt signal (2) received.\n"), 1u);
     EXPECT_EQ(Count(console, "Deinitilaizing"), 0u);
 
-    const std::vector<std::string> playlist = Lines(ReadText(folder + "p.m3u"));
+    const std::vector<std::string> playlist = Lines(ReadTextFile(folder + "p.m3u"));
     ASSERT_EQ(playlist.size(), 3u);
     std::vector<int> heard = Tones(), expected_tones;
     for (const std::string& track : playlist) expected_tones.push_back(tones.at(track));
@@ -338,7 +155,7 @@ TEST_F(VendraPlayerTest, AFolderPlaysToTheCardAndIsReportedOnConsoleAndStatusFil
     EXPECT_GT(std::count(versions.begin(), versions.end(),
                          "{\"m_player_state\":\"1\",\"m_curr_song_name\":\"Song A\",\"m_playlist_name\":\"p.m3u\","
                          "\"error\":\"no error\"}\n"), 0);
-    const std::string parsed = CheckJson(versions);
+    const std::string parsed = JsonSongNames(m_dir, versions);
     EXPECT_TRUE(Count(parsed, "\"caf\\u00e9.mp3\"\n") > 0 && Count(parsed, "\nVALID\n") == 1) << parsed;
 }
 
@@ -354,14 +171,14 @@ TEST_F(VendraPlayerTest, AnErrorStaysInTheStatusFileUntilTheNextNotification) {
     Config("media_folder = music\n");
     const auto run = Start();
     EXPECT_TRUE(WaitForStatus("{\"m_player_state\":\"4\",\"m_curr_song_name\":\"missing.mp3\","
-                              "\"m_playlist_name\":\"p.m3u\",\"error\":\"-1001\"}\n")) << ReadText(m_status);
+                              "\"m_playlist_name\":\"p.m3u\",\"error\":\"-1001\"}\n")) << ReadTextFile(m_status);
     EXPECT_EQ(Count(run->Console(), "\nCTestPlayerDelegate::NotifyPlaybackError, state - 4, id request = 1, error code "
                                     "(-1001):\"EPLAYER_OPEN_TRACKFILE: Failed to open a track file.\" for "
                                     "item={missing.mp3}/track={missing.mp3} received\n"), 1u) << run->Console();
     const std::string playing = "{\"m_player_state\":\"1\",\"m_curr_song_name\":\"Say \\\"Hi\\\" \\\\\\tnow\","
                                 "\"m_playlist_name\":\"p.m3u\",\"error\":\"no error\"}\n";
-    EXPECT_TRUE(WaitForStatus(playing)) << ReadText(m_status);
-    EXPECT_EQ(CheckJson({playing}), "\"Say \\\"Hi\\\" \\\\\\tnow\"\nVALID\n");
+    EXPECT_TRUE(WaitForStatus(playing)) << ReadTextFile(m_status);
+    EXPECT_EQ(JsonSongNames(m_dir, {playing}), "\"Say \\\"Hi\\\" \\\\\\tnow\"\nVALID\n");
     EXPECT_EQ(run->Finish(SIGINT), kExitInterrupted);
 }
 
@@ -376,7 +193,7 @@ TEST_F(VendraPlayerTest, AStreamConfigurationPlaysTheRadioUntilSigterm) {
     Config("media_type = internet_stream\nurl = " + url + "\n");
     const auto run = Start();
     ASSERT_TRUE(run->WaitFor("New state is 1, name is Player_state_playing")) << run->Console();
-    Sleep(1000);
+    std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_EQ(run->Finish(SIGTERM), kExitTerminated);
     EXPECT_EQ(Count(run->Console(), "ITEM NAME is " + url + "\n"), 1u);
     EXPECT_EQ(Count(run->Console(), "\nInterrupt signal (15) received.\n"), 1u);

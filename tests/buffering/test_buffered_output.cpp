@@ -10,12 +10,12 @@
 #include <thread>
 #include <vector>
 
-#include "../decoding/PcmChecks.h"
 #include "CBufferingAlgorithmNone.h"
 #include "CPCMOutputBuffered.h"
 #include "CardFixture.h"
 #include "LogCapture.h"
 #include "PacketReader.h"
+#include "PcmChecks.h"
 
 // Milliseconds the next write into a card waits before it goes ahead: a worker that is descheduled
 // between finding room in the device and filling it.
@@ -44,16 +44,6 @@ std::vector<int16_t> StereoChirp(int rate, int frames) {
 
 const uint8_t* Bytes(const std::vector<int16_t>& samples, size_t frame) {
     return reinterpret_cast<const uint8_t*>(&samples[frame * 2]);
-}
-
-// The `key` field of every `name` event in the card's log, in order.
-std::vector<long long> Events(const vcard::VirtualCard& card, const char* name, const char* key = "") {
-    std::vector<vcard::LogEvent> all;
-    vcard::ReadLog(card.log_path(1), &all);
-    std::vector<long long> values;
-    for (const auto& event : all)
-        if (event.name == name) values.push_back(event.number(key));
-    return values;
 }
 
 class BufferedOutput : public CardTest {
@@ -108,7 +98,7 @@ TEST_P(Starved, PlaybackWaitsForTheThresholdAgainAndThenRestartsTheCard) {
     for (int block = 0; block < 9; ++block) {
         ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0), 0);
         EXPECT_EQ(m_output->NeedsBuffering(), block < 8);
-        EXPECT_EQ(Events(m_card, "start").size(), block < 8 ? 0u : 1u);
+        EXPECT_EQ(CardEvents("start").size(), block < 8 ? 0u : 1u);
     }
     EXPECT_TRUE(capture.contains("CPCMOutputBuffered::WriteBuffer(): Audio threshold of 9600 samples reached (current 10368). Starting playback"));
     uint32_t level_ms = 0;
@@ -119,7 +109,7 @@ TEST_P(Starved, PlaybackWaitsForTheThresholdAgainAndThenRestartsTheCard) {
     g_stall_next_write_ms = GetParam().stall_ms;
     ASSERT_EQ(m_output->WriteBuffer(Bytes(pcm, 9 * kBlock), kBlock, 0), 0);
     EXPECT_TRUE(m_output->NeedsBuffering()) << "a card that has stopped must not count as playing";
-    ASSERT_EQ(Events(m_card, "xrun").size(), 1u);
+    ASSERT_EQ(CardEvents("xrun").size(), 1u);
     int64_t delay = 0;
     for (int block = 10; block < 20 && m_output->NeedsBuffering(); ++block) {
         ASSERT_EQ(m_output->GetBufferedDelay(&delay), 0);
@@ -127,16 +117,16 @@ TEST_P(Starved, PlaybackWaitsForTheThresholdAgainAndThenRestartsTheCard) {
         m_output->WriteBuffer(Bytes(pcm, block * kBlock), kBlock, 0);
     }
     EXPECT_FALSE(m_output->NeedsBuffering());
-    EXPECT_EQ(Events(m_card, "start").size(), 2u);
+    EXPECT_EQ(CardEvents("start").size(), 2u);
     std::this_thread::sleep_for(milliseconds(100));
     // Stopping empties the ring and drops what the device holds: the output buffers afresh.
     EXPECT_EQ(m_output->StopAudio(), 0);
     EXPECT_TRUE(m_output->NeedsBuffering());
     EXPECT_EQ(m_output->GetRingCount(), 0u);
-    EXPECT_GE(Events(m_card, "drop").size(), 1u);
+    EXPECT_GE(CardEvents("drop").size(), 1u);
     std::vector<uint8_t> captured;
     ASSERT_EQ(vcard::ReadFileBytes(m_card.capture_path(1), &captured), 0);
-    const auto restart = captured.begin() + std::min<long long>(4 * Events(m_card, "xrun", "played")[0], captured.size());
+    const auto restart = captured.begin() + std::min<long long>(4 * Events("xrun", "played")[0], captured.size());
     EXPECT_TRUE(std::any_of(restart, captured.end(), [](uint8_t byte) { return byte != 0; })) << "silent after the restart";
 }
 INSTANTIATE_TEST_SUITE_P(Cards, Starved,

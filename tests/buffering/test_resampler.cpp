@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "CResampler.h"
+#include "PcmChecks.h"
 
 namespace {
 
@@ -19,22 +20,6 @@ public:
     std::vector<int16_t> m_samples;  // stereo, interleaved
     int m_blocks = 0;
 };
-
-std::vector<int16_t> Sine(int rate, int channels, double frequency, int frames, double amplitude) {
-    std::vector<int16_t> samples(static_cast<size_t>(frames) * channels);
-    for (int i = 0; i < frames; ++i)
-        for (int c = 0; c < channels; ++c)
-            samples[static_cast<size_t>(i) * channels + c] =
-                static_cast<int16_t>(amplitude * std::sin(2 * M_PI * frequency * i / rate));
-    return samples;
-}
-
-double Rms(const std::vector<int16_t>& samples, int channel, size_t skip_frames) {
-    double sum = 0;
-    size_t n = 0;
-    for (size_t i = skip_frames * 2 + channel; i < samples.size(); i += 2, ++n) sum += double(samples[i]) * samples[i];
-    return std::sqrt(sum / std::max<size_t>(n, 1));
-}
 
 void Feed(CResampler& resampler, const std::vector<int16_t>& samples, int channels, int block_frames) {
     const int frames = static_cast<int>(samples.size()) / channels;

@@ -11,7 +11,6 @@
 namespace {
 
 constexpr uint32_t kFrameBytes = 4;
-constexpr uint32_t kCapacity = 100;
 
 // Frames whose four bytes spell their sequence number, so that order and identity can be checked.
 std::vector<uint8_t> Frames(uint32_t first, uint32_t count) {

@@ -1,14 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
-#include <memory>
 
-#include "CAACADTSDecoder.h"
-#include "CAACDecoder.h"
+#include "DecoderHarness.h"
 #include "LogCapture.h"
-#include "PacketReader.h"
 #include "PcmChecks.h"
-#include "RecordingOutput.h"
 
 namespace {
 
@@ -17,43 +13,6 @@ constexpr int kSbrFrameSamples = 2048;
 // The AAC-LC test signal is two clean sines at 128 kbit/s: anything near transparent decodes it far
 // above this; a misaligned, dropped or duplicated frame falls far below it.
 constexpr double kMinSnrDb = 40.0;
-
-MediaPackets Packets(const std::string& name) {
-    MediaPackets media;
-    EXPECT_EQ(ReadPackets(MediaPath(name), &media), 0) << name;
-    return media;
-}
-
-// Either decoder with its output: the raw one is configured from the container, the ADTS one only
-// armed by the same call. The decoder keeps the configuration's address, so it lives here.
-struct Aac {
-    explicit Aac(bool adts) : decoder(adts ? new CAACADTSDecoder : new CAACDecoder) {
-        EXPECT_EQ(decoder->Initialize(), 0);
-        decoder->set_player_prefix("PLAYBACK :");
-        decoder->SetOutput(&output);
-    }
-    void Configure(std::vector<uint8_t>& extradata) {
-        config[0] = extradata.data();
-        length[0] = static_cast<uint32_t>(extradata.size());
-        decoder->SetExtraData(config, length, 1);
-    }
-    void Start(MediaPackets& media) {
-        Configure(media.extradata);
-        EXPECT_EQ(decoder->RestartFeed(), 0);
-    }
-    int Write(const std::vector<uint8_t>& bytes, size_t count = SIZE_MAX) {
-        return decoder->WriteBuffer(bytes.data(), static_cast<uint16_t>(std::min(count, bytes.size())), 0);
-    }
-    int FeedAll(const MediaPackets& media) {
-        int failures = 0;
-        for (const auto& packet : media.packets) failures += Write(packet) != 0;
-        return failures;
-    }
-    std::unique_ptr<CAACDecoder> decoder;
-    RecordingOutput output;
-    uint8_t* config[1] = {nullptr};
-    uint32_t length[1] = {0};
-};
 
 // Every frame decodes at the stream's format; the LC files also match ffmpeg's decode.
 TEST(AacDecoder, EveryFrameOfEveryFileDecodesAtTheStreamsFormat) {

@@ -3,7 +3,6 @@
 #include <mpg123.h>
 
 #include "CAudioDecoderChain.h"
-#include "CAudioOutput.h"
 #include "LogCapture.h"
 #include "PacketReader.h"
 #include "RecordingOutput.h"
@@ -11,18 +10,6 @@
 namespace {
 
 const bool kMpg123Ready = (mpg123_init(), true);
-
-// An output base with direct access to its dependents.
-class FanOut : public CAudioOutput {
-public:
-    int RestartFeed() override { return 0; }
-    int GetType() override { return AUDIO_TYPE_MP3; }
-    int SetAudioFormat(const AudioFormat&) override { return 0; }
-    int SetBufferSize(int) override { return 0; }
-    int Reserved() override { return 0; }
-    int WriteBuffer(const uint8_t*, uint16_t, unsigned int) override { return 0; }
-    void AddOutput(IAudioOutput* output) { m_outputs.push_back(output); }
-};
 
 // A format announcement reports the last dependent's result; a null output is no dependent.
 TEST(OutputChain, AFailingDependentIsRestartedAndTheOthersStillGetTheBlock) {

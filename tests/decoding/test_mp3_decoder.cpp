@@ -3,8 +3,8 @@
 #include <mpg123.h>
 
 #include "CMP3Decoder.h"
+#include "DecoderHarness.h"
 #include "LogCapture.h"
-#include "PacketReader.h"
 #include "PcmChecks.h"
 #include "PcmTolerance.h"
 #include "RecordingOutput.h"
@@ -12,28 +12,6 @@
 namespace {
 
 const bool kMpg123Ready = (mpg123_init(), true);
-
-// The independent decode: the mpg123 command-line tool, without gapless trimming because the
-// demuxer strips the tag that carries the gapless information before the chain sees a packet.
-std::vector<uint8_t> ReferenceDecode(const std::string& name) {
-    return CommandOutput("mpg123 --no-gapless -q -s '" + MediaPath(name) + "' 2>/dev/null");
-}
-
-MediaPackets Packets(const std::string& name) {
-    MediaPackets media;
-    EXPECT_EQ(ReadPackets(MediaPath(name), &media), 0) << name;
-    return media;
-}
-
-int Write(IAudioOutput& decoder, const std::vector<uint8_t>& bytes, unsigned lost_packets = 0) {
-    return decoder.WriteBuffer(bytes.data(), static_cast<uint16_t>(bytes.size()), lost_packets);
-}
-
-int FeedAll(IAudioOutput& decoder, const MediaPackets& media) {
-    int failures = 0;
-    for (const auto& packet : media.packets) failures += Write(decoder, packet) < 0;
-    return failures;
-}
 
 class Mp3Decoder : public ::testing::Test {
 protected:
@@ -66,7 +44,7 @@ TEST(Mp3Files, DecodeEqualsTheReferenceByteForByteAfterItsFormat) {
         EXPECT_EQ(FeedAll(decoder, media), 0);
         EXPECT_EQ(FormatList(output), format);
         ASSERT_EQ(output.m_events.front().kind, RecordingOutput::Event::kFormat) << "the format comes before any samples";
-        const std::vector<uint8_t> reference = ReferenceDecode(name);
+        const std::vector<uint8_t> reference = Mp3Reference(MediaPath(name));
         ASSERT_FALSE(reference.empty());
         EXPECT_TRUE(PcmSame(output.AllPcm(), reference));
         for (const auto& event : output.m_events) EXPECT_LE(event.bytes.size(), CMP3Decoder::kOutputBufferBytes);
@@ -78,9 +56,9 @@ TEST_F(Mp3Decoder, ARateChangeIsAnnouncedBeforeTheFirstBlockAtTheNewRate) {
     EXPECT_EQ(FormatList(m_output), "16/44100/2 16/32000/1 ");
     // Every sample of the first segment went out in the first format: a tail sent after the new
     // announcement would be missing here and play at the wrong rate.
-    EXPECT_TRUE(PcmSame(m_output.PcmAt(44100, 2), ReferenceDecode("mp3_rate_change_part_a.mp3")));
+    EXPECT_TRUE(PcmSame(m_output.PcmAt(44100, 2), Mp3Reference(MediaPath("mp3_rate_change_part_a.mp3"))));
     const size_t second = m_output.PcmAt(32000, 1).size();
-    const size_t expected = ReferenceDecode("mp3_rate_change_part_b.mp3").size();
+    const size_t expected = Mp3Reference(MediaPath("mp3_rate_change_part_b.mp3")).size();
     EXPECT_NEAR(static_cast<double>(second), static_cast<double>(expected), 2 * 1152 * 2);
 }
 
@@ -128,7 +106,7 @@ TEST_F(Mp3Decoder, RandomBytesNeverCrashNorAnnounceAnEmptyFormat) {
     ASSERT_EQ(m_decoder.RestartFeed(), 0);
     m_output.m_events.clear();
     EXPECT_EQ(FeedAll(m_decoder, Packets("mp3_22050_mono.mp3")), 0);
-    EXPECT_TRUE(PcmSame(m_output.AllPcm(), ReferenceDecode("mp3_22050_mono.mp3")));
+    EXPECT_TRUE(PcmSame(m_output.AllPcm(), Mp3Reference(MediaPath("mp3_22050_mono.mp3"))));
 }
 
 TEST(Mp3DecoderLifecycle, WithoutInitialisationEveryPacketFails) {

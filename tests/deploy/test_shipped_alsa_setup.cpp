@@ -10,21 +10,17 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <condition_variable>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "IPlayerDelegate.h"
+#include "PacketReader.h"
+#include "PcmChecks.h"
 #include "PcmTolerance.h"
 #include "PlayerFactory.h"
-#include "QuietDelegate.h"
+#include "RecordingDelegate.h"
 #include "ScratchDir.h"
 
 #include "vcard.h"
@@ -42,7 +38,6 @@ constexpr unsigned kCardPeriodBytes = 4096;
 // Several times what the card holds, on its clock.
 constexpr int kDrainMs = 300;
 constexpr int kItemTimeoutMs = 10000;
-constexpr size_t kDecodeBlock = 4096;
 constexpr int kHalfVolume = 50;
 constexpr long kFullRaw = 255;
 // softvol's default scale: raw 0..255 over -51..0 dB; the player writes 255 * percent / 100.
@@ -50,66 +45,6 @@ constexpr double kMinDb = -51.0;
 constexpr double kDbPerStep = 51.0 / 255.0;
 
 const char* const kElements[] = {"chan_1", "chan_2", "chan_3", "chan_4"};
-
-// Counts finished items and keeps every error code, so that the test can wait for one play to end.
-class Delegate : public QuietDelegate {
-public:
-    void NotifyItemPlaybackFinished(const KorvelPlayer::PlaybackInfo&, const std::string&) override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        ++m_finished;
-        m_changed.notify_all();
-    }
-    void NotifyPlaybackError(const KorvelPlayer::PlaybackInfo&, int code) override {
-        std::lock_guard<std::mutex> guard(m_lock);
-        m_errors.push_back(code);
-    }
-
-    bool WaitFinished(int count) {
-        std::unique_lock<std::mutex> guard(m_lock);
-        return m_changed.wait_for(guard, std::chrono::milliseconds(kItemTimeoutMs),
-                                  [&] { return m_finished >= count; });
-    }
-    std::vector<int> Errors() {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return m_errors;
-    }
-
-private:
-    std::mutex m_lock;
-    std::condition_variable m_changed;
-    int m_finished = 0;
-    std::vector<int> m_errors;
-};
-
-std::vector<int16_t> ReadSamples(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::vector<char> bytes((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
-    std::vector<int16_t> samples(bytes.size() / sizeof(int16_t));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(int16_t));
-    return samples;
-}
-
-// The level of the middle half of samples [begin, end): clear of the start of the card and of the
-// silence that pads its last period.
-double MiddleRms(const std::vector<int16_t>& samples, size_t begin, size_t end) {
-    const size_t quarter = (end - begin) / 4;
-    double sum = 0;
-    for (size_t i = begin + quarter; i < end - quarter; ++i) sum += double(samples[i]) * samples[i];
-    const size_t count = end - begin - 2 * quarter;
-    return count > 0 ? std::sqrt(sum / count) : 0.0;
-}
-
-// The track as an independent decoder makes it: the samples the player must hand to the card.
-std::vector<int16_t> Decoded(const std::string& path) {
-    std::vector<int16_t> samples;
-    FILE* pipe = popen(("mpg123 --no-gapless -q -s '" + path + "' 2>/dev/null").c_str(), "r");
-    if (pipe == nullptr) return samples;
-    int16_t block[kDecodeBlock];
-    for (size_t got; (got = std::fread(block, sizeof(int16_t), kDecodeBlock, pipe)) > 0;)
-        samples.insert(samples.end(), block, block + got);
-    pclose(pipe);
-    return samples;
-}
 
 // The missing card is the expected outcome, not news for the test log.
 void IgnoreAlsaError(const char*, int, const char*, int, const char*, ...) {}
@@ -175,10 +110,10 @@ TEST_F(ShippedAlsaSetup, ChannelThreeFollowsChan3AndNoOtherControl) {
     UseVirtualCard();
     const std::string media = m_dir.path() + "/media/";
     std::filesystem::create_directory(media);
-    std::filesystem::copy_file(std::string(KORVEL_MEDIA_DIR) + "/" + kTrack, media + kTrack);
+    std::filesystem::copy_file(MediaPath(kTrack), media + kTrack);
 
     KorvelPlayer::ScopedRuntime runtime;
-    Delegate delegate;
+    RecordingDelegate delegate;
     KorvelPlayer::IPlayer* player = KorvelPlayer::CreatePlayer();
     ASSERT_NE(player, nullptr);
     player->SetDelegate(&delegate, player);
@@ -197,24 +132,24 @@ TEST_F(ShippedAlsaSetup, ChannelThreeFollowsChan3AndNoOtherControl) {
     item.volume = 100;
     player->SetItem(item);
     player->FadeIn(0, 100);
-    ASSERT_TRUE(delegate.WaitFinished(1));
+    ASSERT_GE(delegate.wait_for_count(RecordingDelegate::kItemFinished, 1, kItemTimeoutMs), 0);
     ASSERT_EQ(vcard::WriteMixerVolume("chan_1", 0), 0);
     // As a host changes the volume between items: a volume command, then the item.
     item.volume = kHalfVolume;
     player->SetVolume(kHalfVolume);
     player->SetItem(item);
     player->Play();
-    ASSERT_TRUE(delegate.WaitFinished(2));
+    ASSERT_GE(delegate.wait_for_count(RecordingDelegate::kItemFinished, 2, kItemTimeoutMs), 0);
     // An item ends when its last samples are in the card: give it the time to play them before the
     // player closes it (the virtual card writes its capture when it is next called, the close).
     std::this_thread::sleep_for(std::chrono::milliseconds(kDrainMs));
     EXPECT_EQ(KorvelPlayer::DeinitializePlayer(player), 0);
     delete player;
 
-    EXPECT_TRUE(delegate.Errors().empty()) << "first error " << delegate.Errors().front();
+    EXPECT_EQ(delegate.errors(), std::vector<int>());
     // Both plays, one after the other.
-    const std::vector<int16_t> played = ReadSamples(m_capture);
-    const std::vector<int16_t> track = Decoded(std::string(KORVEL_MEDIA_DIR) + "/" + kTrack);
+    const std::vector<int16_t> played = CaptureSamples(m_capture);
+    const std::vector<int16_t> track = Samples(Mp3Reference(MediaPath(kTrack)));
     const size_t length = track.size();
     ASSERT_GT(length, 0u);
     ASSERT_GE(played.size(), 2 * length);

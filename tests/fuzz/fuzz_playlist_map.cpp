@@ -8,23 +8,12 @@
 
 #include "CPlaylistFileMap.h"
 #include "FuzzTarget.h"
+#include "SourceFixtures.h"
 
 namespace {
 bool IsTrimmed(const std::string& line) {
     return !line.empty() && line.front() != ' ' && line.front() != '\t' && line.back() != ' ' &&
            line.back() != '\t' && line.back() != '\r';
-}
-
-// The play order, read by position; each position's parse index on the side.
-std::vector<std::string> PlayOrder(CPlaylistFileMap& map, std::vector<int>* indices = nullptr) {
-    std::vector<std::string> order;
-    std::string path;
-    for (unsigned i = 0; i < map.GetCount(); ++i) {
-        KORVEL_FUZZ_CHECK(map.MoveTo(i, path) == 1);
-        order.push_back(path);
-        if (indices != nullptr) indices->push_back(map.GetCurrentIndex());
-    }
-    return order;
 }
 
 bool SamePaths(std::vector<std::string> a, std::vector<std::string> b) {
@@ -54,6 +43,7 @@ KORVEL_FUZZ_TARGET(fuzz_playlist_map) {
     // Tracks in file order: trimmed, long enough, no comment, no line end, within the line buffer.
     std::vector<int> indices;
     const std::vector<std::string> tracks = PlayOrder(map, &indices);
+    KORVEL_FUZZ_CHECK(tracks.size() == n);
     for (unsigned i = 0; i < n; ++i) {
         const std::string& track = tracks[i];
         KORVEL_FUZZ_CHECK(IsTrimmed(track) && track.size() >= CPlaylistFileMap::kMinTrackChars);
@@ -100,7 +90,7 @@ KORVEL_FUZZ_TARGET(fuzz_playlist_map) {
     KORVEL_FUZZ_CHECK(map.Shuffle() == (n > 0));
     std::vector<int> shuffled_indices;
     const std::vector<std::string> shuffled = PlayOrder(map, &shuffled_indices);
-    KORVEL_FUZZ_CHECK(SamePaths(shuffled, tracks));
+    KORVEL_FUZZ_CHECK(shuffled.size() == n && SamePaths(shuffled, tracks));
     KORVEL_FUZZ_CHECK(std::set<int>(shuffled_indices.begin(), shuffled_indices.end()).size() == n);
     if (n > 0) {
         map.MoveTo(n - 1, path);

@@ -11,42 +11,11 @@ extern "C" {
 
 #include "CAudioDecoderChain.h"
 #include "CAudioSource.h"
-#include "FuzzTarget.h"
+#include "FuzzDoubles.h"
 
 namespace {
 constexpr const char* kItemNames[] = {"", "song.m4a", "song.M4A", "song.mp3"};
 constexpr int kMaxPackets = 10000;
-constexpr int kBytesPerSample = 2;
-constexpr int kMaxChannels = 8;
-
-// Takes the PCM and drops it, after reading every byte a block claims to hold, under the format
-// announced before it.
-class NullOutput : public IAudioOutput {
-public:
-    int SetDecoderId(int) override { return 0; }
-    int RestartFeed() override { return 0; }
-    int GetType() override { return AUDIO_TYPE_PCM; }
-    int SetAudioFormat(const AudioFormat& format) override {
-        m_format = format;
-        return 0;
-    }
-    int SetBufferSize(int) override { return 0; }
-    int Reserved() override { return 0; }
-    int WriteBuffer(const uint8_t* data, uint16_t frames, unsigned int) override {
-        if (data == nullptr || frames == 0) return 0;
-        KORVEL_FUZZ_CHECK(m_format.IsValid() && m_format.channels <= kMaxChannels);
-        const size_t bytes = static_cast<size_t>(frames) * static_cast<size_t>(m_format.channels) * kBytesPerSample;
-        unsigned sum = 0;
-        for (size_t i = 0; i < bytes; ++i) sum += data[i];
-        m_checksum += sum;
-        return 0;
-    }
-    void SetExtraData(uint8_t**, uint32_t*, int) override {}
-
-private:
-    AudioFormat m_format;
-    unsigned m_checksum = 0;
-};
 }  // namespace
 
 KORVEL_FUZZ_TARGET(fuzz_source_chain) {
@@ -58,7 +27,7 @@ KORVEL_FUZZ_TARGET(fuzz_source_chain) {
 
     CAudioDecoderChain chain;
     chain.CreateChain("FUZZ :");
-    NullOutput pcm;
+    korvel_fuzz::CheckingOutput pcm;
     chain.SetOutput(&pcm);
     CAudioSource source;
     source.SetOutput(&chain);

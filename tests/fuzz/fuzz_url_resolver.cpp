@@ -12,50 +12,11 @@
 #include <vector>
 
 #include "CURLPlaylistAudioSource.h"
-#include "FuzzTarget.h"
+#include "FuzzDoubles.h"
 #include "utils.h"
 
 namespace {
 constexpr const char* kExtensions[] = {".m3u", ".pls", "", ".mp3"};
-constexpr size_t kProbeBits = 6;
-
-class OfflineResolver : public CURLPlaylistAudioSource {
-public:
-    OfflineResolver(std::vector<std::string> headers, std::string body, size_t piece, unsigned probes)
-        : m_headers(std::move(headers)), m_body(std::move(body)), m_piece(piece), m_probes(probes) {}
-
-    // The bytes the resolver stored of the body: every piece it was offered until it refused one.
-    const std::string& Offered() const { return m_offered; }
-    int Transfers() const { return m_transfers; }
-
-private:
-    int perform_transfer() override {
-        if (m_transfers++ == 0) return Download();
-        // A probe of an entry: it answers or it does not, and its first byte ends it.
-        if ((m_probes >> ((m_transfers - 2) % kProbeBits) & 1u) == 0) return CURLE_COULDNT_CONNECT;
-        char byte = 0;
-        return write_callback(&byte, 1, 1, this) == 1 ? CURLE_OK : CURLE_WRITE_ERROR;
-    }
-
-    int Download() {
-        for (std::string& line : m_headers)
-            KORVEL_FUZZ_CHECK(header_callback(line.data(), 1, line.size(), this) == line.size());
-        for (size_t at = 0; at < m_body.size(); at += m_piece) {
-            const size_t n = std::min(m_piece, m_body.size() - at);
-            m_offered.append(m_body, at, n);
-            const size_t taken = write_callback(&m_body[at], 1, n, this);
-            if (taken != n) return CURLE_WRITE_ERROR;
-        }
-        return CURLE_OK;
-    }
-
-    std::vector<std::string> m_headers;
-    std::string m_body;
-    size_t m_piece;
-    unsigned m_probes;
-    std::string m_offered;
-    int m_transfers = 0;
-};
 }  // namespace
 
 KORVEL_FUZZ_TARGET(fuzz_url_resolver) {
@@ -83,7 +44,7 @@ KORVEL_FUZZ_TARGET(fuzz_url_resolver) {
         headers.push_back(std::move(line));
     }
 
-    OfflineResolver resolver(headers, rest.substr(at), piece, probes);
+    korvel_fuzz::OfflineResolver resolver(headers, rest.substr(at), piece, probes);
     resolver.SetTemporaryFile(korvel_fuzz::Scratch::Get().path("url"));
     std::string out = "stale";
     uint8_t digest[utils::kMd5DigestBytes] = {};

@@ -90,15 +90,6 @@ protected:
         m_output.DeInitialize();
         CardTest::TearDown();
     }
-    // The `key` field of every `name` event in the card's log, in order.
-    std::vector<long long> Events(const std::string& name, const std::string& key) const {
-        std::vector<vcard::LogEvent> all;
-        EXPECT_EQ(vcard::ReadLog(m_card.log_path(1), &all), 0);
-        std::vector<long long> values;
-        for (const auto& event : all)
-            if (event.name == name) values.push_back(event.number(key));
-        return values;
-    }
     ExposedOutput m_output;
 };
 

@@ -2,13 +2,14 @@
 
 #include <atomic>
 #include <fstream>
-#include <sstream>
 
 #include <sys/stat.h>
 
 #include "CAudioSource.h"
 #include "LocalServer.h"
 #include "PlayerFixture.h"
+#include "ProgramRun.h"
+#include "Utf8.h"
 
 namespace {
 
@@ -46,26 +47,6 @@ private:
     std::atomic<bool> m_done{false};
     std::thread m_sampler;
 };
-
-bool ValidUtf8(const std::string& text) {
-    for (size_t i = 0; i < text.size();) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        const size_t more = byte < 0x80 ? 0 : byte >= 0xC2 && byte < 0xE0 ? 1 : byte >= 0xE0 && byte < 0xF0 ? 2
-                          : byte >= 0xF0 && byte < 0xF5 ? 3 : 9;
-        if (more == 9 || i + more >= text.size()) return false;
-        for (size_t k = 1; k <= more; ++k)
-            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80) return false;
-        i += more + 1;
-    }
-    return true;
-}
-
-std::string ReadText(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    text << file.rdbuf();
-    return text.str();
-}
 
 // The title of the largest ICY block the server sends.
 std::string LongestTitle() {
@@ -161,7 +142,7 @@ TEST_P(Hostile, EndsAsTheRulesSayAndThenPlaysTheNextFile) {
             EXPECT_EQ(n.value, EPLAYER_STREAM_LOW_BUFFER_REACHED) << m_delegate.trace();
         bool titled = c.title.empty();
         for (const auto& n : m_delegate.of(R::kInfoChanged)) {
-            EXPECT_TRUE(ValidUtf8(n.info.m_curr_song_name)) << n.info.m_curr_song_name;
+            EXPECT_TRUE(IsValidUtf8(n.info.m_curr_song_name)) << n.info.m_curr_song_name;
             titled = titled || n.info.m_curr_song_name == c.title;
         }
         EXPECT_TRUE(titled) << "never reported " << c.title;
@@ -206,7 +187,7 @@ TEST_P(Hostile, EndsAsTheRulesSayAndThenPlaysTheNextFile) {
         EXPECT_LE(kept.st_size, CURLPlaylistAudioSource::kMaxDownloadBytes + CURL_MAX_WRITE_SIZE);
     }
     if (c.plant) {
-        EXPECT_EQ(ReadText(victim), "untouched") << "written through the planted link";
+        EXPECT_EQ(ReadTextFile(victim), "untouched") << "written through the planted link";
     }
 }
 

@@ -2,12 +2,7 @@
 
 #include <functional>
 #include <random>
-#include <set>
 #include <syslog.h>
-
-extern "C" {
-#include <libavformat/avformat.h>
-}
 
 #include "PlayerFixture.h"
 
@@ -18,21 +13,6 @@ using Note = RecordingDelegate::Note;
 using R = RecordingDelegate;
 
 const std::vector<std::string> kABC = {"track_a.mp3", "track_b.mp3", "track_c.mp3"};
-
-// The priority of the first captured line holding `text`, -1 when none does.
-int LevelOf(const LogCapture& capture, const std::string& text) {
-    for (const auto& line : capture.lines())
-        if (line.second.find(text) != std::string::npos) return line.first;
-    return -1;
-}
-
-// The started tracks from note `from` on, in their short names, and their song ids.
-std::string Started(const RecordingDelegate& delegate, size_t from = 0) {
-    std::string out;
-    for (const Note& n : delegate.of(R::kTrackStarted, from))
-        out += (out.empty() ? "" : " ") + R::brief(n.text) + "#" + std::to_string(n.info.m_song_id);
-    return out;
-}
 
 // One playlist run proves the order of states and notifications, the information that goes with
 // every track, and that the card hears the tracks back to back with nothing lost or repeated.
@@ -139,8 +119,8 @@ TEST_F(PlayerTest, NavigationWrapsAroundTheList) {
         steps[i]();
         ASSERT_GE(m_delegate.wait_for_kind(R::kTrackStarted, 3000, from), 0) << i;
     }
-    EXPECT_EQ(Started(m_delegate), "a#0 c#2 a#0 b#1 c#2");
-    EXPECT_EQ(LevelOf(capture, "song id=7 is out of playlist range. Playing the first track"), LOG_WARNING);
+    EXPECT_EQ(m_delegate.started(), "a#0 c#2 a#0 b#1 c#2");
+    EXPECT_EQ(capture.level("song id=7 is out of playlist range. Playing the first track"), LOG_WARNING);
     EXPECT_EQ(capture.count("begin passed"), 1);
 }
 
@@ -323,7 +303,7 @@ class OffChannel : public PlayerTest, public ::testing::WithParamInterface<int> 
 TEST_P(OffChannel, PlayersUseTheMixDevice) {
     LogCapture& capture = Log();
     Start({"track_a.mp3"}, Card(4), GetParam());
-    EXPECT_EQ(LevelOf(capture, "unsupported mixer channel chan_" + std::to_string(GetParam())), LOG_WARNING);
+    EXPECT_EQ(capture.level("unsupported mixer channel chan_" + std::to_string(GetParam())), LOG_WARNING);
     m_player.SetItem(Item("track_a.mp3"));
     m_player.Play();
     ASSERT_GE(m_delegate.wait_for_kind(R::kItemFinished, 5000), 0);
@@ -339,27 +319,6 @@ INSTANTIATE_TEST_SUITE_P(Ids, OffChannel, ::testing::Values(0, 5),
 
 // Raw 0..255 values of the channel's mixer element for a volume in percent.
 long Raw(int percent) { return 255L * percent / 100; }
-
-// A sampled fade up to `target`: from its last lowest sample on, the levels it passed on the way,
-// whether it ever went down, and how long it took.
-struct Ramp {
-    long lowest = 256;
-    long rise_ms = -1;  // -1: the target was never read
-    std::set<long> levels;
-    bool falls = false;
-};
-Ramp Analyse(const std::vector<std::pair<long, long>>& samples, long target) {
-    Ramp ramp;
-    size_t start = 0;
-    for (size_t i = 0; i < samples.size(); ++i)
-        if (samples[i].second <= ramp.lowest) ramp.lowest = samples[i].second, start = i;
-    for (size_t i = start; i < samples.size() && ramp.rise_ms < 0; ++i) {
-        ramp.levels.insert(samples[i].second);
-        ramp.falls = ramp.falls || (i > start && samples[i].second < samples[i - 1].second);
-        if (samples[i].second == target) ramp.rise_ms = samples[i].first - samples[start].first;
-    }
-    return ramp;
-}
 
 // Fades move the channel's mixer in small steps and end with their operation; an immediate fade
 // sets the volume and acts at once; a user command breaks a fade off at its target and still
@@ -377,7 +336,7 @@ TEST_F(PlayerTest, FadesRampTheMixerAndEndWithTheirOperation) {
     ASSERT_TRUE(m_player.SetVolume(20));
     ASSERT_GE(m_delegate.wait_for_kind(R::kCommandExecuted, 1000, from), 0);
     m_player.FadeIn(1000, 80);
-    const Ramp in = Analyse(SampleVolume(1300), Raw(80));
+    const Ramp in(SampleVolume(1300), Raw(80));
     EXPECT_EQ(in.lowest, Raw(20));
     EXPECT_FALSE(in.falls);
     EXPECT_GE(in.rise_ms, 850);
@@ -420,16 +379,6 @@ TEST_F(PlayerTest, FadesRampTheMixerAndEndWithTheirOperation) {
     }
 }
 
-// The duration libavformat gives a media file, in ms.
-long DurationMs(const std::string& path) {
-    AVFormatContext* context = nullptr;
-    if (avformat_open_input(&context, path.c_str(), nullptr, nullptr) < 0) return -1;
-    avformat_find_stream_info(context, nullptr);
-    const long ms = static_cast<long>(context->duration / 1000);
-    avformat_close_input(&context);
-    return ms;
-}
-
 // With track fading on, every track starts silent and comes up to the item's volume in half a
 // second; then the wait for the track's end is armed, unless the track is too short for one.
 TEST_F(PlayerTest, TracksFadeInOneByOneWhenTheItemAsksForIt) {
@@ -442,7 +391,7 @@ TEST_F(PlayerTest, TracksFadeInOneByOneWhenTheItemAsksForIt) {
     m_player.Play();
     for (const char* track : {"track_a.mp3", "track_long.mp3"}) {
         ASSERT_GE(m_delegate.wait_for_track(track, 3000), 0);
-        const Ramp ramp = Analyse(SampleVolume(800), Raw(60));
+        const Ramp ramp(SampleVolume(800), Raw(60));
         EXPECT_EQ(ramp.lowest, 0) << track << " did not start silent";
         EXPECT_FALSE(ramp.falls) << track;
         EXPECT_GE(ramp.rise_ms, 350) << track;
@@ -450,7 +399,7 @@ TEST_F(PlayerTest, TracksFadeInOneByOneWhenTheItemAsksForIt) {
         EXPECT_GE(ramp.levels.size(), 6u) << track;
     }
     EXPECT_EQ(capture.count("is too short, issue wait end now."), 1);
-    const long wait_ms = DurationMs(m_media + "track_long.mp3") - (StreamParams::kDefaultTrackFadeMargin + 10000);
+    const long wait_ms = MediaDurationMs(m_media + "track_long.mp3") - (StreamParams::kDefaultTrackFadeMargin + 10000);
     EXPECT_TRUE(capture.contains("Waiting for " + std::to_string(wait_ms) + "[ms]")) << wait_ms;
 }
 
@@ -461,7 +410,7 @@ TEST_F(PlayerTest, VolumesAndStreamParametersAreCheckedBeforeTheyArePosted) {
     Start({});
     // The defaults are corrected at Initialize too: an RTP low-buffer threshold at the full delay
     // would report a low buffer while the stream plays normally.
-    EXPECT_EQ(LevelOf(capture, "rtp low buffer threshold > delay/2 requested , overriding accuracy with 250"), LOG_NOTICE);
+    EXPECT_EQ(capture.level("rtp low buffer threshold > delay/2 requested , overriding accuracy with 250"), LOG_NOTICE);
     auto posts = [&](const std::function<void()>& call) {
         const size_t from = m_delegate.size();
         call();
@@ -501,7 +450,7 @@ TEST_F(PlayerTest, VolumesAndStreamParametersAreCheckedBeforeTheyArePosted) {
         StreamParams p;
         params[i].change(p);
         EXPECT_TRUE(posts([&] { m_player.SetStreamParams(p); })) << "case " << i;
-        for (const std::string& notice : params[i].notices) EXPECT_EQ(LevelOf(capture, notice), LOG_NOTICE) << notice;
+        for (const std::string& notice : params[i].notices) EXPECT_EQ(capture.level(notice), LOG_NOTICE) << notice;
         EXPECT_FALSE(posts([&] { m_player.SetStreamParams(p); })) << "case " << i << ": the repeated set was posted";
     }
 
@@ -510,7 +459,7 @@ TEST_F(PlayerTest, VolumesAndStreamParametersAreCheckedBeforeTheyArePosted) {
     changed.rtp_delay = 800;
     uninitialised.SetStreamParams(changed);
     Sleep(100);
-    EXPECT_EQ(LevelOf(capture, "could not apply new streaming parameters. Initilize Player first"), LOG_WARNING);
+    EXPECT_EQ(capture.level("could not apply new streaming parameters. Initilize Player first"), LOG_WARNING);
 }
 
 // Four host threads throw random commands at a playing player; it must come out answering.

@@ -4,29 +4,18 @@
 #include <chrono>
 #include <memory>
 #include <thread>
-#include <unistd.h>
 
-#include "CThread.h"
 #include "LogCapture.h"
+#include "RuntimeDoubles.h"
 #include "event.h"
 #include "mutex.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
-
-long elapsed_ms(Clock::time_point since) {
-    return static_cast<long>(std::chrono::duration_cast<milliseconds>(Clock::now() - since).count());
-}
 
 // Generous bound for "returns at once" on a loaded 2-core machine running sanitizers.
 constexpr long kPromptMs = 150;
-
-void wait_until(const std::atomic<bool>& flag) {
-    const auto start = Clock::now();
-    while (!flag && elapsed_ms(start) < 5000) std::this_thread::sleep_for(milliseconds(1));
-}
 
 TEST(Mutex, IsRecursiveAndExcludesOtherThreads) {
     utils::mutex m;
@@ -84,41 +73,6 @@ TEST(Event, SetIsKeptForOneWaitPulseIsLostWithoutAWaiterBroadcastWakesAll) {
     b.join();
     EXPECT_EQ(woken, 2);
 }
-
-// Records what it saw; a resume before its first suspend must not be lost, and a suspend after
-// stop must return at once. `stubborn` ignores the run flag: only cancellation ends it.
-class TestThread : public utils::CThread {
-public:
-    explicit TestThread(const char* name = "test", bool stubborn = false) : CThread(name), m_stubborn(stubborn) {}
-    void run(void* arg) override {
-        // Read before m_started: a cancelled thread is never joined, so only that store orders its
-        // reads before the object's storage is reused.
-        const bool stubborn = m_stubborn;
-        m_arg_seen = arg;
-        char name[32] = {};
-        pthread_getname_np(pthread_self(), name, sizeof name);
-        m_kernel_name = name;
-        m_started = true;
-        while (stubborn) usleep(2000);
-        if (m_resume_first) {
-            while (!m_go) usleep(1000);
-            const auto start = Clock::now();
-            m_first = suspend(5000);
-            m_first_ms = elapsed_ms(start);
-            m_done = true;
-        }
-        while (m_run) suspend(kInfinite);
-        const auto after = Clock::now();
-        m_after_stop = suspend(5000);
-        m_after_stop_ms = elapsed_ms(after);
-    }
-    const bool m_stubborn;
-    std::atomic<bool> m_resume_first{false}, m_go{false}, m_done{false}, m_started{false};
-    std::atomic<void*> m_arg_seen{nullptr};
-    std::string m_kernel_name;  // written before m_started
-    std::atomic<int> m_first{-1}, m_after_stop{-1};
-    std::atomic<long> m_first_ms{-1}, m_after_stop_ms{-1};
-};
 
 // Stop ends a suspended thread at once, without killing it, and a later suspend returns at once;
 // on an object that never started a thread it only clears the run flag.

@@ -1,54 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <mutex>
 #include <set>
 #include <thread>
 #include <vector>
 
-#include "CTimer.h"
-#include "ITimer.h"
+#include "RuntimeDoubles.h"
 
 namespace {
 
 using std::chrono::milliseconds;
-
-int64_t monotonic_ms() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000 + now.tv_nsec / 1000000;
-}
-
-// Records the millisecond of every expiry; optionally works for a while in the handler.
-class RecordingHandler : public ITimerEventHandler {
-public:
-    explicit RecordingHandler(int work_ms = 0) : m_work_ms(work_ms) {}
-    void on_timer(void* data) override {
-        m_data = data;
-        {
-            std::lock_guard<std::mutex> guard(m_lock);
-            m_times.push_back(monotonic_ms());
-        }
-        if (m_work_ms > 0) std::this_thread::sleep_for(milliseconds(m_work_ms));
-    }
-    std::vector<int64_t> times() {
-        std::lock_guard<std::mutex> guard(m_lock);
-        return m_times;
-    }
-    bool wait_for(size_t n, int timeout_ms) {
-        const int64_t end = monotonic_ms() + timeout_ms;
-        while (times().size() < n && monotonic_ms() < end) std::this_thread::sleep_for(milliseconds(2));
-        return times().size() >= n;
-    }
-    std::atomic<void*> m_data{nullptr};
-
-private:
-    int m_work_ms;
-    std::mutex m_lock;
-    std::vector<int64_t> m_times;
-};
 
 // Expiries may come late by scheduling jitter (more under sanitizers), never early.
 constexpr int64_t kSlackMs = 25;
@@ -57,20 +19,6 @@ class TimerTest : public ::testing::Test {
 protected:
     void SetUp() override { utils::CTimer::instance().start_thread(); }
     utils::CTimer& timer() { return utils::CTimer::instance(); }
-};
-
-// What an owner does before its handler goes away, on every path out of a test.
-class TimerGuard {
-public:
-    explicit TimerGuard(uint32_t id) : m_id(id) {}
-    ~TimerGuard() {
-        utils::CTimer::instance().delete_timer(m_id);
-        utils::CTimer::instance().wait_for_handler(m_id);
-    }
-    uint32_t id() const { return m_id; }
-
-private:
-    uint32_t m_id;
 };
 
 // A one-shot timer fires once, about one interval later, and leaves the schedule; a restart moves a

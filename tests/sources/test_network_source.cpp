@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 
@@ -77,16 +75,6 @@ TEST_F(NetworkSource, AnHttpStreamPlaysThroughTheChainWithTheConfiguredAgentAndH
     EXPECT_NE(requests[1].find("Icy-MetaData: 1"), std::string::npos);
 }
 
-// Reads until the title changes; how many packets that took, or -1.
-int PacketsUntilTitleChange(CAudioSource& source, int limit) {
-    for (int i = 1; i <= limit; ++i) {
-        bool changed = false;
-        if (source.ProcessPacket(changed) < 0) return -1;
-        if (changed) return i;
-    }
-    return -1;
-}
-
 // The player proves a title change is reported once; a reconnect is a fresh open, to which the title
 // the server repeats is news, and an emptied title is a change too.
 TEST_F(NetworkSource, AnIcyTitleIsNewsToEveryOpenAndAnEmptiedTitleIsAChange) {
@@ -104,21 +92,6 @@ TEST_F(NetworkSource, AnIcyTitleIsNewsToEveryOpenAndAnEmptiedTitleIsAChange) {
     m_source.GetTrackInfo(info);
     EXPECT_EQ(info.title, "");
     EXPECT_EQ(capture.count("new icy meta data packet: "), 3);
-}
-
-// Opens `url` on a worker thread, interrupts it half a second later from this one and returns how
-// long the open took to give up after the interrupt; `result` is what the open returned.
-double SecondsFromInterruptToReturn(CAudioSource& source, const std::string& url, int* result) {
-    Clock::time_point returned;
-    std::thread worker([&] {
-        *result = source.Initialize(url, "");
-        returned = Clock::now();
-    });
-    std::this_thread::sleep_for(std::chrono::milliseconds(500));
-    const auto interrupted = Clock::now();
-    source.Interrupt();
-    worker.join();
-    return std::chrono::duration<double>(returned - interrupted).count();
 }
 
 // Either the demuxer's probe (the resolver's download went through) or the resolver's download of a
@@ -148,26 +121,10 @@ TEST_F(NetworkSource, AStreamThatClosesEarlyDeliversWhatItSentThenAnError) {
     EXPECT_LE(bytes, static_cast<size_t>(kSent));
 }
 
-// A free, even UDP port, whose odd neighbour RTCP takes.
-int FreeRtpPort() {
-    const int probe = ::socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    ::bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address);
-    ::getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length);
-    ::close(probe);
-    return ntohs(address.sin_port) & ~1;
-}
-
 TEST_F(NetworkSource, AnRtpStreamIsOpenedAsUrlPlaybackWithoutTheResolver) {
-    const int port = FreeRtpPort();
-    ASSERT_NE(port, 0);
+    const int port = ClosedPort() & ~1;  // UDP, even: the control packets take the next one
     const std::string url = "rtp://127.0.0.1:" + std::to_string(port);
-    ChildProcess sender({"ffmpeg", "-nostdin", "-hide_banner", "-loglevel", "error", "-re", "-i",
-                         MediaPath("bench_44100_stereo.mp3"), "-c", "copy", "-f", "rtp", url},
-                        false);
+    const auto sender = SendRtp(MediaPath("bench_44100_stereo.mp3"), port);
     LogCapture capture;
     ASSERT_GE(m_source.Initialize(url, ""), 0);
     EXPECT_TRUE(capture.contains("Opening URL playback audio source " + url));
