@@ -128,6 +128,15 @@ std::string CIniReader::Get(const std::string& section, const std::string& name,
     return found != m_values.end() ? found->second : default_value;
 }
 
+std::vector<std::pair<std::string, std::string>> CIniReader::GetSection(const std::string& section) const {
+    std::vector<std::pair<std::string, std::string>> values;
+    const std::string wanted = Lowered(section);
+    for (auto at = m_values.lower_bound(Key{wanted, std::string()}); at != m_values.end() && at->first.first == wanted;
+         ++at)
+        values.emplace_back(at->first.second, at->second);
+    return values;
+}
+
 long CIniReader::GetInteger(const std::string& section, const std::string& name, long default_value) const {
     const std::string text = Get(section, name, "");
     const char* begin = text.c_str();

@@ -4,6 +4,7 @@
 #include <map>
 #include <string>
 #include <utility>
+#include <vector>
 
 // Reads an INI-layout file (a PLS playlist, a settings file) into values looked up by section and
 // name, answering as the system INI library does but with no limit on the length of a line, so that
@@ -23,6 +24,8 @@ public:
     // Reads the leading number with C base detection ("0x1A", "010", "-3"); the default when the
     // value is missing or does not start with a number.
     long GetInteger(const std::string& section, const std::string& name, long default_value) const;
+    // Every name of `section` (lower-cased) with its value, in name order.
+    std::vector<std::pair<std::string, std::string>> GetSection(const std::string& section) const;
 
 private:
     using Key = std::pair<std::string, std::string>;

@@ -11,8 +11,7 @@ class CIniReader;
 // key names match whatever their letter case. Worker thread only.
 class CPLSParser {
 public:
-    // A downloaded playlist is a few kilobytes; an entry count beyond this is hostile and would keep
-    // the worker busy for minutes looking up keys that cannot exist.
+    // A downloaded playlist is a few kilobytes; an entry count beyond this is hostile.
     static constexpr long kMaxEntries = 1L << 20;
 
     CPLSParser();

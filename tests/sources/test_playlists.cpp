@@ -13,7 +13,7 @@
 namespace {
 
 // Names match in any case, local files are skipped, the count limits the entries, and nothing is
-// left once the parser is released.
+// left once the parser is released. A count of a million costs no more than the entries written.
 TEST(PlsParsing, ListsTheUrlEntriesInOrder) {
     struct Case { const char* content; int parse_result; std::list<std::string> urls; };
     for (const Case& c : {
@@ -24,6 +24,10 @@ TEST(PlsParsing, ListsTheUrlEntriesInOrder) {
              Case{"[playlist]\nnumberofentries=1\nfile1=http://h/1\nfile1=http://h/2\n", 0, {"http://h/1\nhttp://h/2"}},
              Case{"; a comment\n[playlist]\n# another\nnumberofentries: 1\nfile1 : http://h/1 \n", 0, {"http://h/1"}},
              Case{"[playlist]\nfile1=http://h/1\n", 0, {}},
+             // Entry order, whatever the order of the lines; only "file<n>" itself is entry n.
+             Case{"[playlist]\nnumberofentries=1000000\nfile1000000=http://h/z\nfile12=http://h/12\nfile2=http://h/2\n"
+                  "file01=http://h/01\nfile=http://h/0\nfile0=http://h/00\nfile3x=http://h/3x\nfile1000001=http://h/y\n",
+                  0, {"http://h/2", "http://h/12", "http://h/z"}},
              Case{"[playlist]\nnumberofentries=1\nfile1=http://h/1\nno equals sign here\n", 4, {}}}) {
         ScratchDir dir;
         CPLSParser parser;
