@@ -59,7 +59,11 @@ KORVEL_FUZZ_TARGET(fuzz_url_resolver) {
     }
     // What was resolved is a playlist entry that answered, or the place the reply redirected to.
     KORVEL_FUZZ_CHECK(utils::is_url(out) || out == resolver.GetLocation() || resolver.Transfers() == 1);
-    if (resolver.Transfers() > 1) KORVEL_FUZZ_CHECK(utils::is_url(out) && out[0] != '#');
+    // An M3U comment line is never an entry; a PLS value is taken as written (here every probe may
+    // answer; curl itself would refuse "#http://..." as an address).
+    const std::string& type = resolver.ReplyType();
+    const bool pls = type == "audio/x-scpls" || type == "audio/scpls" || (type.empty() && (data[0] & 3) == 1);
+    if (resolver.Transfers() > 1) KORVEL_FUZZ_CHECK(utils::is_url(out) && (pls || out[0] != '#'));
     // The digest is that of the stored download: at most one piece beyond the limit.
     KORVEL_FUZZ_CHECK(resolver.Offered().size() <=
                       static_cast<size_t>(CURLPlaylistAudioSource::kMaxDownloadBytes) + piece);
